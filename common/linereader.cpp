@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+// Reading of lines and of whole streams. A database of a thousand modules is a thousand small files and a map file is one
+// large one, so the first piece is no larger than what a regular file still holds.
+#include "common/linereader.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include <sys/stat.h>
+
+namespace {
+
+constexpr std::size_t READ_PIECE = std::size_t{256} * 1024;
+// A file's size is believed up to here; what is truly there decides about more.
+constexpr std::size_t TRUSTED_SIZE = std::size_t{64} * 1024 * 1024;
+constexpr std::size_t SMALLEST_PIECE = 512;
+
+// A good size for a first buffer that takes the rest of `stream`: one more than what is left, so that the end shows at
+// the first reading. Streams that are no regular files take a whole piece.
+std::size_t size_of_rest(std::FILE *stream)
+{
+    struct stat status = {};
+    const off_t position = ::ftello(stream);
+    if (position < 0 || ::fstat(::fileno(stream), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return READ_PIECE;
+    }
+    if (status.st_size <= position) {
+        return SMALLEST_PIECE; // at its end, or a file whose size the host does not tell
+    }
+    const auto rest = static_cast<std::uintmax_t>(status.st_size - position);
+    return std::max(SMALLEST_PIECE, static_cast<std::size_t>(std::min<std::uintmax_t>(rest, TRUSTED_SIZE)) + 1);
+}
+
+} // namespace
+
+line_reader::line_reader(std::FILE *stream, std::size_t limit) : stream_(stream), limit_(limit) {}
+
+bool line_reader::next(std::string_view *line)
+{
+    std::size_t searched = 0; // characters of this line known to hold no newline
+    for (;;) {
+        const std::size_t held = end_ - begin_;
+        const std::size_t window = limit_ != 0 ? std::min(held, limit_) : held;
+        const char *start = buffer_.data() + begin_;
+        const void *newline = window > searched ? std::memchr(start + searched, '\n', window - searched) : nullptr;
+        std::size_t length = 0;
+        if (newline != nullptr) {
+            length = static_cast<std::size_t>(static_cast<const char *>(newline) - start) + 1;
+        } else if (limit_ != 0 && window == limit_) {
+            length = limit_;
+        } else {
+            searched = window;
+            if (fill()) {
+                continue;
+            }
+            length = held; // the last line has no newline
+        }
+        if (length == 0) {
+            return false;
+        }
+        *line = std::string_view(buffer_.data() + begin_, length);
+        begin_ += length;
+        return true;
+    }
+}
+
+// Reads more behind what is held; false at the end of the file.
+bool line_reader::fill()
+{
+    if (at_end_) {
+        return false;
+    }
+    if (buffer_.empty()) {
+        buffer_.resize(std::min(size_of_rest(stream_), READ_PIECE));
+    } else if (begin_ > 0) {
+        std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+        end_ -= begin_;
+        begin_ = 0;
+    }
+    if (end_ == buffer_.size()) {
+        buffer_.resize(buffer_.size() * 2);
+    }
+    const std::size_t count = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, stream_);
+    at_end_ = count < buffer_.size() - end_;
+    end_ += count;
+    return count > 0;
+}
+
+std::vector<char> read_rest(std::FILE *stream)
+{
+    std::vector<char> content(size_of_rest(stream));
+    std::size_t length = 0;
+    for (;;) {
+        const std::size_t room = content.size() - length;
+        const std::size_t count = std::fread(content.data() + length, 1, room, stream);
+        length += count;
+        if (count < room) {
+            content.resize(length);
+            return content;
+        }
+        content.resize(content.size() * 2);
+    }
+}
