@@ -35,8 +35,8 @@ struct hash_table {
 };
 
 // A null `hash` takes the key's low 32 bits; a null `compare` means equal words. A key must equal itself, and keys that
-// compare equal must have equal hashes. One pair is exempt: under `hash_key_string` with `compare_key_nocase`, spellings
-// that differ in case are one key where they fall into one bucket, and two where they do not.
+// compare equal must have equal hashes. One pair is exempt: under `hash_key_string` with `compare_key_nocase` two
+// spellings that differ in case are one key where they fall into one bucket, and two where they do not.
 hash_table *hash_new(std::uint32_t size, hash_function hash = nullptr, key_compare compare = nullptr,
                      birth_place where = birth_place::here());
 void hash_free(hash_table *table);

@@ -19,8 +19,8 @@ struct tally_table {
     compare_function compare = nullptr;
 };
 
-// `tie_break` orders entries of equal count, given the addresses of two pointers to entries as any sort of a vector; null
-// leaves them. Keys are the same only when they are the same word.
+// `tie_break` orders entries of equal count; as in any sort of a vector it gets the addresses of two pointers to
+// entries. Null leaves them. Keys are the same only when they are the same word.
 tally_table *tally_new(std::uint32_t size, std::uint32_t top_list_size, hash_function hash, compare_function tie_break);
 // The key's count after this call.
 std::uint32_t tally_add(tally_table *table, word key);

@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "common/hash_of.h"
-#include "container_testing.h"
+#include "tests/unit/common/container_testing.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "container_testing.h"
+#include "tests/unit/common/container_testing.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "common/vector_of.h"
-#include "container_testing.h"
+#include "tests/unit/common/container_testing.h"
 
 namespace {
 
