@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+// The tokens of a symbol database.
+#include <cstring>
+
+#include "common/alloc.h"
+#include "compiler/tarnwick/sdb_reader.h"
+
+namespace {
+
+// `isspace` of the C locale.
+bool is_space(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool is_line_end(char c)
+{
+    return c == '\n' || c == '\r';
+}
+
+// What a C string of these characters would be.
+std::string_view as_c_string(std::string_view text)
+{
+    return text.substr(0, text.find('\0'));
+}
+
+} // namespace
+
+// Passes one character.
+void sdb_tokens::step()
+{
+    if (file_[at_++] == '\n') {
+        ++line_;
+        column_ = 1;
+    } else {
+        ++column_;
+    }
+}
+
+sdb_token sdb_tokens::next()
+{
+    while (at_ < file_.size() && is_space(file_[at_])) {
+        step();
+    }
+    sdb_token token;
+    token.line = line_;
+    token.column = column_;
+    token.present = at_ < file_.size();
+    const std::size_t begin = at_;
+    while (at_ < file_.size() && !is_space(file_[at_])) {
+        step();
+    }
+    token.text = as_c_string(file_.substr(begin, at_ - begin));
+    if (at_ < file_.size()) {
+        token.ends_line = is_line_end(file_[at_]);
+        step();
+    }
+    return token;
+}
+
+std::string_view sdb_tokens::rest_of_line()
+{
+    while (at_ < file_.size() && is_space(file_[at_]) && !is_line_end(file_[at_])) {
+        step();
+    }
+    const std::size_t begin = at_;
+    while (at_ < file_.size() && !is_line_end(file_[at_])) {
+        step();
+    }
+    const std::string_view text = as_c_string(file_.substr(begin, at_ - begin));
+    if (at_ < file_.size()) {
+        step();
+    }
+    return text;
+}
+
+const char *sdb_keep(std::string_view text)
+{
+    const std::string_view kept = as_c_string(text);
+    auto *copy = static_cast<char *>(xarena(kept.size() + 1, 1));
+    if (!kept.empty()) {
+        std::memcpy(copy, kept.data(), kept.size());
+    }
+    return copy;
+}
