@@ -338,6 +338,7 @@ void model_segments_reset()
 
 void tarn_segments_changed()
 {
+    names.reset(); // a piece may stand in the place of what it was split from
     next_suffix.free();
     addresses_changed();
 }
