@@ -62,6 +62,7 @@ struct sdb_var {
     type_record *va_type = nullptr;
     vector_of<sdb_location *> va_locations; // null until the first one
     std::uint32_t va_inline = 0;
+    std::uint32_t va_coff_index = 0; // the COFF writer's: symbol index, 0 for none
 };
 
 inline constexpr std::uint32_t SDB_FRAME_NUMBERS = 4;
@@ -98,6 +99,8 @@ struct sdb_struct {
     const char *st_tag = nullptr; // null for none
     std::uint32_t st_count = 0;
     sdb_member *st_members = nullptr;
+    std::uint32_t st_coff_index = 0;     // the COFF writer's: symbol index of the tag
+    vector_of<std::uint32_t> st_waiting; // the COFF writer's: indices of the auxiliary entries that wait for the tag
 };
 
 struct sdb_enumerator {
@@ -152,7 +155,7 @@ void sdb_reset();
 
 // Reads the database of a module, beside `path` with the extension "sdb", and adds it to `sdb_global`; a module without
 // usable database is an sc_asmodule. A path read before gives its node again. Ends the run when no machine could be
-// chosen. Raises messages 627 to 631, 637, 1292 and 1303 to 1306.
+// chosen. Raises messages 294, 627 to 631, 637, 1292 and 1303 to 1306.
 sdb_node *sdb_read(const char *path);
 // Appends a source file mark to a module.
 sdb_node *sdb_add_filename(sdb_node *block, const char *name, std::uint32_t line);

@@ -35,8 +35,7 @@ constexpr std::uint32_t MESSAGE_UNKNOWN_PREFIX = 637;
 
 constexpr std::uint8_t IEEE_FLOAT_SIZE = 4;
 constexpr std::uint8_t SHORT_FLOAT_SIZE = 3;
-// Buckets of the table of files read. Nothing shows its order; a run may read thousands.
-constexpr std::uint32_t FILE_TABLE_SIZE = 4099;
+constexpr std::uint32_t FILE_TABLE_SIZE = 7; // buckets of the table of files read
 // What references to typedefs may copy: far beyond any real file, and in proportion to a hostile one.
 constexpr std::uint64_t TYPE_BUDGET_BASE = std::uint64_t{1} << 20;
 constexpr std::uint64_t TYPE_BUDGET_PER_BYTE = 4;

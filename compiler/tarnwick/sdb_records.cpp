@@ -18,9 +18,8 @@ namespace {
 
 constexpr std::uint32_t MESSAGE_BAD_DEFINE = 1292;
 
-// Nothing shows the order of these tables; hostile files have many words.
-constexpr std::uint32_t DEFINE_TABLE_SIZE = 509;
-constexpr std::uint32_t ALMANAC_TABLE_SIZE = 509;
+constexpr std::uint32_t DEFINE_TABLE_SIZE = 8; // buckets
+constexpr std::uint32_t ALMANAC_TABLE_SIZE = 8;
 
 constexpr std::uint32_t ALMANAC_WORD_MAX = 64; // characters
 constexpr std::uint32_t DEFINE_HASH_FACTOR = 2;

@@ -137,7 +137,7 @@ TEST_F(tree, the_index_gives_what_the_walk_gives_while_the_tree_grows)
 {
     std::vector<std::string> names;
     for (int i = 0; i < 40; ++i) {
-        names.push_back("n" + std::to_string(i));
+        names.push_back(std::string("n").append(std::to_string(i)));
     }
     std::uint32_t random = 1;
     std::vector<sdb_node *> scopes{add(sdb_global, sc_module, "m")};

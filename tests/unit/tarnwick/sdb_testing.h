@@ -48,7 +48,7 @@ public:
     // Reads `text`, behind a prefix list, as the database of a new module.
     sdb_node *read(std::string_view text, const char *prefix = KOR_PREFIX)
     {
-        const std::string name = "m" + std::to_string(++count_);
+        const std::string name = std::string("m").append(std::to_string(++count_));
         path_ = folder_.write(name + ".sdb", std::string(prefix) + std::string(text));
         return sdb_read(folder_.path(name + ".obj").c_str());
     }

@@ -478,7 +478,7 @@ TEST_F(variables, in_sight_are_what_climbing_the_tree_finds)
             depth -= depth > 0 ? 1 : 0;
             break;
         case 2:
-            text += "\"" + std::to_string(i) + (pick(3) == 0 ? " /t\n" : "\n");
+            text += std::string("\"").append(std::to_string(i)) + (pick(3) == 0 ? " /t\n" : "\n");
             break;
         case 3:
             text += std::string("[s S1 . 2 ") + names[pick(9)] + " m 0 2 ]\n";
