@@ -57,6 +57,24 @@ std::uint32_t default_psect_flags(std::uint32_t space)
     return PDB_WRITE;
 }
 
+// The tables themselves; records stay.
+void free_tables()
+{
+    symbols_by_name.free();
+    symbols_by_value.free();
+    files_by_name.free();
+    psect_flags_table.free();
+    psect_table.free();
+    file_list.free();
+    symbol_list.free();
+    seg_list.free();
+    data_list.free();
+    line_list.free();
+    set_free(code_spaces);
+    set_free(data_spaces);
+    set_free(eeprom_spaces);
+}
+
 tarn_psect_range *first_range(tarn_psect *pp)
 {
     DB_ASSERT(pp->ps_ranges.count() <= 1, "num_ranges <= 1");
@@ -70,6 +88,7 @@ tarn_psect_range *first_range(tarn_psect *pp)
 
 void model_create()
 {
+    free_tables(); // a process has one model at a time
     symbols_by_name = hash_of<const char *, tarn_symbol *>::make_strings(SYMBOL_BUCKETS);
     symbols_by_value = hash_of<std::uint32_t, tarn_symbol *>::make(SYMBOL_BUCKETS);
     files_by_name = hash_of<const char *, tarn_file *>::make_nocase(FILE_BUCKETS);

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "common/hash_of.h"
 #include "common/set.h"
@@ -179,6 +180,10 @@ int tarn_line_addr(const char *name, std::uint32_t line, std::uint32_t *out, con
                    std::uint32_t range_count);
 int tarn_line_addr_any(const char *name, std::uint32_t line, std::uint32_t *out, const address_range *ranges,
                        std::uint32_t range_count);
+// The same for callers with many lines to look up in one list of ranges, in time that is logarithmic in their number.
+// The ranges are in ascending order, and none overlaps another. An empty list is no list: any address counts.
+int tarn_line_addr_any(const char *name, std::uint32_t line, std::uint32_t *out,
+                       const std::vector<address_range> &ordered);
 
 // Segment searches that the map import and consolidation make once per symbol, line or block. Both give what a walk of
 // `seg_list` gives, and are rebuilt when the list has changed.

@@ -24,9 +24,11 @@ struct file_name_index {
     void reset()
     {
         if (files) {
-            for (vector *list : each(files.values())) {
+            vector_of<vector *> lists = files.values();
+            for (vector *list : each(lists)) {
                 vector_free(list);
             }
+            lists.free();
             files.free();
         }
         count = 0;
@@ -52,36 +54,71 @@ struct file_name_index {
 file_name_index exact_names;
 hash_of<const char *, tarn_file *> base_names; // one file per base name; null until the first search by base name
 
-bool is_in_ranges(std::uint32_t address, const address_range *ranges, std::uint32_t count)
+// The union of ranges, in ascending order.
+std::vector<address_range> in_order(const address_range *ranges, std::uint32_t count)
 {
-    return ranges == nullptr || std::any_of(ranges, ranges + count, [address](const address_range &range) {
-               return address >= range.low && address <= range.high;
-           });
+    std::vector<address_range> sorted(ranges, ranges + count);
+    std::erase_if(sorted, [](const address_range &range) { return range.high < range.low; });
+    std::sort(sorted.begin(), sorted.end(),
+              [](const address_range &left, const address_range &right) { return left.low < right.low; });
+    std::vector<address_range> joined;
+    for (const address_range &range : sorted) {
+        if (joined.empty() || joined.back().high < range.low) {
+            joined.push_back(range);
+        } else {
+            joined.back().high = std::max(joined.back().high, range.high);
+        }
+    }
+    return joined;
 }
 
 // One search of a line number.
 struct line_search {
+    using place = tarn_line *const *;
+
     std::uint32_t line;
-    const address_range *ranges;
-    std::uint32_t range_count;
+    const std::vector<address_range> *ranges; // in ascending order and apart; null when any address counts
     std::uint32_t *out;
     const tarn_line *previous = nullptr; // the entry before; kept from file to file, not reset
 
+    // The first of the ranges that ends at or behind an address, or their end.
+    auto range_at(std::uint32_t address) const
+    {
+        return std::lower_bound(ranges->begin(), ranges->end(), address,
+                                [](const address_range &range, std::uint32_t value) { return range.high < value; });
+    }
+
     bool accept(const tarn_line *entry) const
     {
-        if (!is_in_ranges(entry->ln_addr, ranges, range_count)) {
-            return false;
+        if (ranges != nullptr) {
+            const auto range = range_at(entry->ln_addr);
+            if (range == ranges->end() || entry->ln_addr < range->low) {
+                return false;
+            }
         }
         *out = entry->ln_addr;
         return true;
     }
 
-    // Looks at one pair of neighbours: 1 or -1 as `tarn_line_addr`, 0 to go on.
-    int look_at(const tarn_line *current)
+    // Takes the first entry that counts among those of one line, which are sorted by address. Each step leaps to the
+    // next range, or to the next entry in it.
+    bool accept_first(place first, place end) const
     {
-        const tarn_line *before = previous;
-        previous = current;
-        if (before == nullptr || before->ln_line > line || current->ln_line < line) {
+        while (first != end && !accept(*first)) {
+            const auto range = range_at((*first)->ln_addr);
+            if (range == ranges->end()) {
+                return false;
+            }
+            first = std::lower_bound(first, end, range->low,
+                                     [](const tarn_line *lp, std::uint32_t low) { return lp->ln_addr < low; });
+        }
+        return first != end;
+    }
+
+    // Looks at a pair of neighbours: 1 or -1 as `tarn_line_addr`, 0 to go on.
+    int look_at(const tarn_line *before, const tarn_line *current) const
+    {
+        if (before->ln_line > line || current->ln_line < line) {
             return 0;
         }
         if (before->ln_line == line && accept(before)) {
@@ -93,29 +130,32 @@ struct line_search {
         return 0;
     }
 
-    // Entries are sorted by line number, so only pairs around the first entry at or behind the line count, and then
-    // those up to the first entry behind it.
+    // Entries are sorted by line number and address. Of the pairs of neighbours only those count in which an entry of
+    // the line stands, and the one around the place where it would stand. A lone entry is in no pair and never found.
     int look_in(const tarn_file *fp)
     {
         if (fp->fl_lines == nullptr || fp->fl_nlines == 0) {
             return 0;
         }
-        tarn_line *const *first = fp->fl_lines;
-        tarn_line *const *end = first + fp->fl_nlines;
-        if (const int result = look_at(*first)) {
-            return result;
-        }
-        tarn_line *const *current =
-            std::lower_bound(first, end, line, [](const tarn_line *lp, std::uint32_t n) { return lp->ln_line < n; });
-        current = std::max(current, first + 1);
-        previous = current[-1];
-        while (current < end && previous->ln_line <= line) {
-            if (const int result = look_at(*current++)) {
+        const place begin = fp->fl_lines;
+        const place end = begin + fp->fl_nlines;
+        if (previous != nullptr) {
+            if (const int result = look_at(previous, *begin)) {
                 return result;
             }
         }
         previous = end[-1];
-        return 0;
+        if (fp->fl_nlines == 1) {
+            return 0;
+        }
+        const place first =
+            std::lower_bound(begin, end, line, [](const tarn_line *lp, std::uint32_t n) { return lp->ln_line < n; });
+        const place behind =
+            std::upper_bound(first, end, line, [](std::uint32_t n, const tarn_line *lp) { return n < lp->ln_line; });
+        if (accept_first(first, behind)) {
+            return 1;
+        }
+        return behind != begin && behind != end && accept(*behind) ? -1 : 0;
     }
 };
 
@@ -287,14 +327,12 @@ bool tarn_segno_is_data(std::uint32_t number)
     return seg != nullptr && tarn_is_data_space(seg->sg_space);
 }
 
-int tarn_line_addr(const char *name, std::uint32_t line, std::uint32_t *out, const address_range *ranges,
-                   std::uint32_t range_count)
+namespace {
+
+// Over the files of exactly this name.
+int find_line(const char *name, line_search search)
 {
-    if (name == nullptr) {
-        return 0;
-    }
     index_file_names();
-    line_search search = {line, ranges, range_count, out};
     for (const tarn_file *fp : each(exact_names.get(name))) {
         if (const int result = search.look_in(fp)) {
             return result;
@@ -303,14 +341,47 @@ int tarn_line_addr(const char *name, std::uint32_t line, std::uint32_t *out, con
     return 0;
 }
 
-int tarn_line_addr_any(const char *name, std::uint32_t line, std::uint32_t *out, const address_range *ranges,
-                       std::uint32_t range_count)
+// The same, and then over the one file of this base name.
+int find_line_any(const char *name, line_search search)
 {
-    const int result = tarn_line_addr(name, line, out, ranges, range_count);
-    if (result != 0 || name == nullptr) {
+    if (const int result = find_line(name, search)) {
         return result;
     }
     index_base_names();
     const tarn_file *fp = base_names.get(path_tail(name));
-    return fp != nullptr ? line_search{line, ranges, range_count, out}.look_in(fp) : 0;
+    return fp != nullptr ? search.look_in(fp) : 0;
+}
+
+} // namespace
+
+int tarn_line_addr(const char *name, std::uint32_t line, std::uint32_t *out, const address_range *ranges,
+                   std::uint32_t range_count)
+{
+    if (name == nullptr) {
+        return 0;
+    }
+    if (ranges == nullptr) {
+        return find_line(name, {line, nullptr, out});
+    }
+    const std::vector<address_range> ordered = in_order(ranges, range_count);
+    return find_line(name, {line, &ordered, out});
+}
+
+int tarn_line_addr_any(const char *name, std::uint32_t line, std::uint32_t *out, const address_range *ranges,
+                       std::uint32_t range_count)
+{
+    if (name == nullptr) {
+        return 0;
+    }
+    if (ranges == nullptr) {
+        return find_line_any(name, {line, nullptr, out});
+    }
+    const std::vector<address_range> ordered = in_order(ranges, range_count);
+    return find_line_any(name, {line, &ordered, out});
+}
+
+int tarn_line_addr_any(const char *name, std::uint32_t line, std::uint32_t *out,
+                       const std::vector<address_range> &ordered)
+{
+    return name != nullptr ? find_line_any(name, {line, ordered.empty() ? nullptr : &ordered, out}) : 0;
 }

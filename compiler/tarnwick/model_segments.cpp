@@ -44,14 +44,8 @@ public:
         return seg_list.get(places_.get(name) - 1);
     }
 
-    void reset()
-    {
-        places_.free();
-        entered_ = 0;
-        last_ = nullptr;
-    }
-
-private:
+    // To be called with every segment that is added here: when it is moved to an earlier place afterwards, its name is
+    // known, and where it stands is found out when it is asked for.
     void sync()
     {
         const std::uint32_t count = seg_list.count();
@@ -69,6 +63,14 @@ private:
         last_ = seg_list.last();
     }
 
+    void reset()
+    {
+        places_.free();
+        entered_ = 0;
+        last_ = nullptr;
+    }
+
+private:
     hash_of<const char *, std::uint32_t> places_; // position + 1
     std::uint32_t entered_ = 0;                   // segments of the list that are in `places_`
     const tarn_segment *last_ = nullptr;          // the last one of them
@@ -290,6 +292,33 @@ int compare_ranges(const tarn_segment_range *left, const tarn_segment_range *rgh
     return static_cast<std::int32_t>(range_place(range_of(left)) - range_place(range_of(rght)));
 }
 
+// Sorts the segment's ranges. Psects with ranges in many objects come as interleaved runs, which are slow work for the
+// program's own quicksort. Where no two ranges are equal there is one order only, and any sort finds it; equal ones, and
+// places so far apart that their differences wrap, are left to the quicksort.
+void sort_ranges(tarn_segment *seg)
+{
+    constexpr std::uint32_t HALF = 0x80000000;
+    struct placed {
+        std::uint32_t place;
+        tarn_segment_range *sr;
+    };
+    std::vector<placed> sorted;
+    for (tarn_segment_range *sr : each(seg->sg_ranges)) {
+        sorted.push_back({range_place(range_of(sr)), sr});
+    }
+    std::sort(sorted.begin(), sorted.end(), [](const placed &a, const placed &b) { return a.place < b.place; });
+    const bool has_equals = std::adjacent_find(sorted.begin(), sorted.end(), [](const placed &a, const placed &b) {
+                                return a.place == b.place;
+                            }) != sorted.end();
+    if (has_equals || (!sorted.empty() && sorted.back().place - sorted.front().place >= HALF)) {
+        seg->sg_ranges.sort<compare_ranges>();
+        return;
+    }
+    for (std::uint32_t i = 0; i < sorted.size(); ++i) {
+        seg->sg_ranges.set(sorted[i].sr, i);
+    }
+}
+
 // The segment that goes on where a range brings other flags.
 tarn_segment *add_continuation(const tarn_segment *before, const tarn_segment_range *sr)
 {
@@ -338,7 +367,6 @@ void model_segments_reset()
 
 void tarn_segments_changed()
 {
-    names.reset(); // a piece may stand in the place of what it was split from
     next_suffix.free();
     addresses_changed();
 }
@@ -374,13 +402,14 @@ void add_seg_internal(const tarn_segment &record, bool look)
     seg->sg_name = str_cache(record.sg_name);
     seg->sg_ranges = vector_of<tarn_segment_range *>::make();
     seg_list.push(seg);
+    names.sync();
     if (seg->sg_noranges) {
         return;
     }
     if (look) {
         ranges.offer_to(seg);
     }
-    seg->sg_ranges.sort<compare_ranges>();
+    sort_ranges(seg);
     if (!seg->sg_ranges.empty()) {
         split_by_flags(seg);
     }

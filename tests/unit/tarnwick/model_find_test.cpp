@@ -217,13 +217,14 @@ TEST_F(ModelFind, SegmentsThatAreNone)
 
 TEST_F(ModelFind, NameCounter)
 {
-    const auto counters = hash_of<const char *, std::uint32_t>::make_strings(101);
+    auto counters = hash_of<const char *, std::uint32_t>::make_strings(101);
     EXPECT_STREQ(tarn_name_counter(counters, "text"), "text");
     EXPECT_STREQ(tarn_name_counter(counters, "text"), "text1");
     EXPECT_STREQ(tarn_name_counter(counters, "data"), "data");
     EXPECT_STREQ(tarn_name_counter(counters, "text"), "text2");
     // A name that a counter made is not taken for having been there.
     EXPECT_STREQ(tarn_name_counter(counters, "text1"), "text1");
+    counters.free();
 }
 
 TEST_F(ModelFind, LineAddress)
@@ -357,6 +358,63 @@ TEST_F(ModelFind, LineAddressAsThePlainWalk)
                 expected = plain_line_addr(one_per_base, name, line, nullptr, false);
             }
             ASSERT_EQ(find_any(name, line), expected);
+        }
+    }
+}
+
+TEST_F(ModelFind, LineAddressInOrderedRanges)
+{
+    add_line("src/a.c", 10, 0x100);
+    add_line("src/a.c", 10, 0x200);
+    add_line("src/a.c", 15, 0x210);
+    distribute_by_file(0);
+    const auto find = [](const char *name, std::uint32_t line, const range_list &ordered) {
+        found_line found = NOT_FOUND;
+        found.result = tarn_line_addr_any(name, line, &found.address, ordered);
+        return found;
+    };
+    EXPECT_EQ(find("src/a.c", 10, {{0x180, 0x200}, {0x300, 0x3FF}}), (found_line{1, 0x200}));
+    EXPECT_EQ(find("a.c", 10, {{0x180, 0x200}, {0x300, 0x3FF}}), (found_line{1, 0x200}));
+    EXPECT_EQ(find("a.c", 10, {{0x201, 0x210}}), (found_line{-1, 0x210}));
+    EXPECT_EQ(find("a.c", 10, {{0x300, 0x3FF}}), NOT_FOUND);
+    EXPECT_EQ(find("a.c", 10, {}), (found_line{1, 0x100})); // no list: any address counts
+    EXPECT_EQ(find("b.c", 10, {}), NOT_FOUND);
+    EXPECT_EQ(find(nullptr, 10, {}), NOT_FOUND);
+}
+
+// Few lines with many entries each, and lists of ranges in any order, overlapping and upside down.
+TEST_F(ModelFind, LineAddressAmongManyEntriesAsThePlainWalk)
+{
+    constexpr std::uint32_t ADDRESSES = 64;
+    random_numbers random(18);
+    for (int round = 0; round < 100; ++round) {
+        SetUp();
+        for (std::uint32_t n = random() % 100; n > 0; --n) {
+            add_line("a.c", random() % 4, random() % ADDRESSES);
+        }
+        distribute_by_file(0);
+        for (int query = 0; query < 200; ++query) {
+            const auto line = static_cast<std::uint32_t>(random() % 5);
+            range_list ranges;
+            for (std::uint32_t n = 1 + random() % 8; n > 0; --n) {
+                const auto low = static_cast<std::uint32_t>(random() % ADDRESSES);
+                ranges.push_back({low, low + random() % 8 - 2});
+            }
+            const found_line expected = plain_line_addr(all_files(), "a.c", line, &ranges, true);
+            ASSERT_EQ(find_line("a.c", line, ranges), expected);
+            range_list ordered; // address by address
+            for (std::uint32_t address = 0; address < ADDRESSES; ++address) {
+                if (std::any_of(ranges.begin(), ranges.end(), [address](const address_range &range) {
+                        return range.low <= address && address <= range.high;
+                    })) {
+                    ordered.push_back({address, address});
+                }
+            }
+            if (!ordered.empty()) {
+                found_line found = NOT_FOUND;
+                found.result = tarn_line_addr_any("a.c", line, &found.address, ordered);
+                ASSERT_EQ(found, expected);
+            }
         }
     }
 }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/alloc.h"
 #include "common/stringcache.h"
 #include "compiler/tarnwick/model.h"
 #include "compiler/tarnwick/options.h"
@@ -101,7 +102,9 @@ std::string plain_ranges(const tarn_segment &record)
     }
     psects.free();
     seg.sg_ranges.sort<compare_places>();
-    return ranges_text(&seg);
+    std::string text = ranges_text(&seg);
+    seg.sg_ranges.free();
+    return text;
 }
 
 std::uint32_t plain_youngest(std::uint32_t space, std::uint32_t load)
@@ -136,6 +139,15 @@ tarn_segment *plain_find(const char *name)
         }
     }
     return nullptr;
+}
+
+// A piece of the segment at `place` takes that place, as consolidation does it.
+void put_piece(const char *name, std::uint32_t place)
+{
+    add_seg_internal(record_of(name, 0, 0), false);
+    tarn_segment *piece = seg_list.pop();
+    seg_list.set(piece, place);
+    tarn_segments_changed();
 }
 
 std::string plain_unique(const char *name)
@@ -197,6 +209,22 @@ TEST_F(ModelSegments, RangesAreSortedByPlace)
     tarn_psects_changed();
     add_range("a", 0, 8, 0x140);
     EXPECT_EQ(ranges_text(add_segment("text", 0x100, 0x80)), "a#0 b#0 c#0 a#1 ");
+}
+
+TEST_F(ModelSegments, InterleavedRangesOfTwoPsects)
+{
+    constexpr std::uint32_t COUNT = 20000; // half a minute for a sort that takes the wrong pivot at each step
+    for (std::uint32_t i = 0; i < COUNT; ++i) {
+        add_range("even", 0, 8, i * 16);
+        add_range("odd", 0, 8, i * 16 + 8);
+    }
+    const tarn_segment *seg = add_segment("text", 0, COUNT * 16);
+    ASSERT_EQ(seg->sg_ranges.count(), COUNT * 2);
+    for (std::uint32_t i = 0; i < COUNT * 2; ++i) {
+        const tarn_segment_range *sr = seg->sg_ranges.get(i);
+        ASSERT_STREQ(sr->sr_psect->ps_name, i % 2 == 0 ? "even" : "odd");
+        ASSERT_EQ(sr->sr_index, i / 2);
+    }
 }
 
 TEST_F(ModelSegments, UseLinkPlacesByLinkAddress)
@@ -343,6 +371,33 @@ TEST_F(ModelSegments, FindAfterPiecesTookTheirPlaces)
     EXPECT_EQ(again, seg_list.get(3));
 }
 
+TEST_F(ModelSegments, FindAPieceByItsNameAtOnce)
+{
+    add_segment("a", 0, 1);
+    add_segment("b", 1, 1);
+    put_piece("a$0", 0);
+    EXPECT_EQ(tarn_find_segment("a$0"), seg_list.get(0));
+    put_piece("b$0", 1);
+    add_seg_internal(record_of("b$0", 0, 0), false); // a second one of the name is dropped
+    EXPECT_EQ(seg_list.count(), 2U);
+    EXPECT_EQ(tarn_find_segment("b$0"), seg_list.get(1));
+}
+
+TEST_F(ModelSegments, ManyPieces)
+{
+    constexpr std::uint32_t COUNT = 20000; // minutes, if each piece cost a walk over all segments
+    for (std::uint32_t i = 0; i < COUNT; ++i) {
+        add_segment(str_printf("s%u", i), i, 1);
+    }
+    for (std::uint32_t i = 0; i < COUNT; ++i) {
+        put_piece(str_printf("s%u$0", i), i);
+    }
+    for (std::uint32_t i = 0; i < COUNT; ++i) {
+        ASSERT_EQ(tarn_find_segment(str_printf("s%u", i)), nullptr);
+        ASSERT_EQ(tarn_find_segment(str_printf("s%u$0", i)), seg_list.get(i));
+    }
+}
+
 TEST_F(ModelSegments, FindOfDoubleNames)
 {
     // Stray segments are pushed without a test of their name; the first one counts.
@@ -381,14 +436,14 @@ TEST_F(ModelSegments, FindAsThePlainWalk)
                 if (!seg_list.empty()) { // a piece takes the place of its segment
                     const std::uint32_t place = random() % seg_list.count();
                     const char *piece = str_printf("%s$%d", seg_list.get(place)->sg_name, step);
-                    add_seg_internal(record_of(piece, 0, 0), false);
-                    tarn_segment *seg = seg_list.pop();
-                    seg_list.set(seg, place);
-                    tarn_segments_changed();
+                    put_piece(piece, place);
+                    if (random() % 2 == 0) {
+                        ASSERT_EQ(tarn_find_segment(piece), seg_list.get(place));
+                    }
                 }
                 break;
             default:
-                seg_list.push(new tarn_segment(record_of(str_cache(name.c_str()), 0, 0)));
+                seg_list.push(xnew<tarn_segment>(record_of(str_cache(name.c_str()), 0, 0)));
                 break;
             }
         }

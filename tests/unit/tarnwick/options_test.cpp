@@ -64,6 +64,7 @@ const std::string FORMATS = "Formats available are:\n"
 void parse(const std::vector<std::string> &arguments)
 {
     model_create();
+    input_files.free();
     input_files = vector_of<const char *>::make();
     std::vector<char *> pointers;
     for (const std::string &argument : arguments) {
