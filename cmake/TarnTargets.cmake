@@ -26,6 +26,9 @@ function(tarn_unit_tests name library)
     endif()
     add_executable(${name} ${sources})
     target_link_libraries(${name} PRIVATE ${library} GTest::gtest_main)
+    # Most of a build's time goes into the tests. They are compiled fast; what they test is compiled as in any build.
+    target_compile_options(${name} PRIVATE -O0)
+    target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
     cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
     # The tests are listed when ctest runs: a test program that crashes at its start is then a failing test and not a
     # failing build. The time allowed for it suits the slowest build, the one with sanitizers.

@@ -113,9 +113,9 @@ TEST(Driver, OutputNames)
     expect_files({"b.x.hex", "-oubrof"}, "", "a.hex b.x.d43 b.x.hex plain \n");
     expect_files({"plain", "-oubrof"}, "", "a.hex b.x.hex plain plain.d43 \n");
     // A second nameless output follows the first; a named one lends its name likewise.
-    expect_files({"a.hex", "-oubrof", "-ovcoff"}, "", "a.cof a.d43 a.hex b.x.hex plain \n");
-    expect_files({"a.hex", "-oubrof", "n.one", "-ovcoff"}, "", "a.hex b.x.hex n.cof n.one plain \n");
-    expect_files({"a.hex", "-oubrof", "-ovcoff", "n.two", "-os19"}, "", "a.d43 a.hex b.x.hex n.hex n.two plain \n");
+    expect_files({"a.hex", "-oubrof", "-oorbell"}, "", "a.d43 a.hex a.sym b.x.hex plain \n");
+    expect_files({"a.hex", "-oubrof", "n.one", "-oorbell"}, "", "a.hex b.x.hex n.one n.sym plain \n");
+    expect_files({"a.hex", "-oubrof", "-oorbell", "n.two", "-os19"}, "", "a.d43 a.hex b.x.hex n.hex n.two plain \n");
     // The input's own name: the last point of the path counts, even in a folder.
     expect_run(
         [] {
@@ -135,11 +135,11 @@ TEST(Driver, NamelessOutputShortensTheNameThatItFollows)
         [] {
             enter_scratch_folder();
             write_file("a.hex", ONE_BYTE);
-            run_with_spaces({"a.hex", "-oubrof", "-ovcoff"});
+            run_with_spaces({"a.hex", "-oubrof", "-oorbell"});
             alert(634, "x");
             note("%s %s %s %s", input_files.get(0), output_path, output_files.get(0), output_files.get(1));
         },
-        "a: (634) error dumping \"x\" (warning)\na a.cof a a.cof\n");
+        "a: (634) error dumping \"x\" (warning)\na a.sym a a.sym\n");
 }
 
 TEST(Driver, ImagesAreReadFirst)

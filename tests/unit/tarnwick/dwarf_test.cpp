@@ -43,6 +43,15 @@ void start_run(const char *database = DATABASE)
     dwarf_addr_size = 4;
 }
 
+// The machine and the predefined types, without a database.
+void choose_machine()
+{
+    processor_name = "KOR18";
+    auto none = vector_of<const char *>::make();
+    machine_init(none);
+    none.free();
+}
+
 std::vector<const dwarf_output_section *> write_sections()
 {
     auto sections = vector_of<dwarf_output_section *>::make();
@@ -137,8 +146,7 @@ TEST(dwarf_write, of_a_database_without_modules_gives_empty_units_and_one_byte_o
     expect_run(
         [] {
             start_run(nullptr);
-            processor_name = "KOR18";
-            machine_init(vector_of<const char *>::make());
+            choose_machine();
             const auto sections = write_sections();
             note_sections(sections);
             note("%u %u", sections[0]->size, sections[0]->data[0]);
@@ -279,7 +287,7 @@ void add_module(const char *file)
     sdb_add_member(sdb_global, module);
     sdb_add_filename(module, file, 1);
     sdb_current = module;
-    auto *members = static_cast<sdb_member *>(xalloc(2 * sizeof(sdb_member)));
+    auto *members = static_cast<sdb_member *>(xarena(2 * sizeof(sdb_member), alignof(sdb_member)));
     members[0] = {.sm_name = "a", .sm_type = sdb_parse_type("*v")};
     members[1] = {.sm_name = "b", .sm_type = long_of_name("word")};
     sdb_node *structure = sdb_new_node(sc_struct, "S1");
@@ -300,8 +308,7 @@ TEST(dwarf_write, knows_a_global_type_in_the_units_behind_it_only)
     expect_run(
         [] {
             start_run(nullptr);
-            processor_name = "KOR18";
-            machine_init(vector_of<const char *>::make());
+            choose_machine();
             add_module("/p/a.c");
             sdb_node *word = sdb_new_node(sc_typedef, "word");
             word->var.va_type = long_of_name("word");

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Type entries: ids, the entry of each kind of type, the order of entries, and types that are written later.
 #include <algorithm>
+#include <deque>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "common/alloc.h"
 #include "common/stringcache.h"
 #include "compiler/common/pointers.h"
 #include "compiler/tarnwick/dwarf_type_id.h"
@@ -699,10 +701,11 @@ public:
     };
 
     explicit plain_types(compile_unit_handle cu) : cu_(cu) {}
+    plain_types(plain_types &&) = default;
 
     void add_global(const char *id, const type_record *record)
     {
-        globals_.push_back(new known{id, record, &record->elements[0]});
+        globals_.push_back(&all_.emplace_back(known{id, record, &record->elements[0]}));
     }
 
     known *do_type(const type_record *record, const type_element *ti, bool can_create)
@@ -716,7 +719,7 @@ public:
             return dt;
         }
         if (dt == nullptr) {
-            dt = new known{id, record, ti};
+            dt = &all_.emplace_back(known{id, record, ti});
             units_.push_back(dt);
         }
         dt->referenced = true;
@@ -874,7 +877,8 @@ private:
     }
 
     compile_unit_handle cu_;
-    std::vector<known *> globals_; // kept until the process ends
+    std::deque<known> all_;
+    std::vector<known *> globals_;
     std::vector<known *> units_;
 };
 
@@ -926,7 +930,7 @@ std::vector<use_of_type> random_uses(random_numbers &random)
     };
     for (sdb_node *node : structs) {
         node->structure.st_count = random() % 4;
-        node->structure.st_members = static_cast<sdb_member *>(std::calloc(4, sizeof(sdb_member)));
+        node->structure.st_members = static_cast<sdb_member *>(xarena(4 * sizeof(sdb_member), alignof(sdb_member)));
         for (std::uint32_t i = 0; i < node->structure.st_count; ++i) {
             node->structure.st_members[i].sm_name = "m";
             node->structure.st_members[i].sm_type = any_type();
