@@ -12,6 +12,7 @@
 #include "common/alert.h"
 #include "common/trace.h"
 #include "compiler/common/tmf.h"
+#include "compiler/tarnwick/dwarf.h"
 #include "compiler/tarnwick/dwarf_accessors.h"
 #include "compiler/tarnwick/elf_layout.h"
 #include "compiler/tarnwick/elf_osabi.h"
@@ -25,6 +26,7 @@ const extension *elf_extension = nullptr;
 namespace {
 
 constexpr std::uint32_t MESSAGE_WRITE_ERROR = 413;
+constexpr std::uint32_t MESSAGE_DEBUG_WRITE_ERROR = 621;
 constexpr std::uint32_t MESSAGE_NO_EXTENSION = 1302;
 
 constexpr std::uint8_t VERBOSE_IDENTIFY = 2; // from here on a refused file says why
@@ -242,6 +244,8 @@ private:
     std::uint32_t write_blocks(const tarn_segment *seg, const std::vector<const tarn_data *> &blocks);
     void write_string_table();
     void write_symbol_table();
+    void write_debug_sections();
+    void write_debug_section(const dwarf_output_section *section);
     void write_notes();
     void write_note(const tmf_note *note);
     void write_section_names();
@@ -410,6 +414,34 @@ void elf_file::write_symbol_table()
     off_ = position();
 }
 
+void elf_file::write_debug_section(const dwarf_output_section *section)
+{
+    TRACEF(TRACE_ON, "%s: Writing DWARF section %s which resides at address %p and has size %u", "elf_write",
+           section->name, static_cast<const void *>(section->data), section->size);
+    // A full disk may show only when the buffer goes out.
+    if (!put(section->data, section->size) || std::fflush(out_.eo_stream) != 0) {
+        alert(MESSAGE_DEBUG_WRITE_ERROR, section->name, path_);
+    }
+    push_section(&out_, {.name = append_string(&out_.eo_shstrtab, section->name),
+                         .type = elf_extension->debug_section_type,
+                         .offset = off_,
+                         .size = section->size});
+    off_ += section->size;
+    seek(off_);
+}
+
+void elf_file::write_debug_sections()
+{
+    auto sections = vector_of<dwarf_output_section *>::make();
+    dwarf_write(sections);
+    for (const dwarf_output_section *section : each(sections)) {
+        if (section->size != 0) {
+            write_debug_section(section);
+        }
+    }
+    sections.free();
+}
+
 // Note sections are not loadable, and no program header covers them.
 void elf_file::write_note(const tmf_note *note)
 {
@@ -484,7 +516,9 @@ void elf_file::write()
     elf_extension->fix_header(&out_);
     write_string_table();
     write_symbol_table();
-    // The debugging sections stand here.
+    if (enable_dwarf) {
+        write_debug_sections();
+    }
     write_notes();
     write_section_names();
     write_section_headers();

@@ -6,10 +6,10 @@
 coff_settings coff;
 
 constinit const format_descriptor format_vcoff = {
-    .identify = format_no_identify,
-    .read = format_no_transfer,
-    .write = format_no_transfer,
-    .dump = format_no_dump,
+    .identify = vcoff_identify,
+    .read = vcoff_read,
+    .write = vcoff_write,
+    .dump = vcoff_dump,
     .name = "Vantrel COFF",
     .key = "vcoff",
     .ext = "cof",

@@ -26,7 +26,7 @@ const std::string INT = "base name=int size=2 encoding=5\n";
 
 // --- units --------------------------------------------------------------------------------------------------------------
 
-class units : public debug_unit {
+class die_units : public debug_unit {
 protected:
     // The line of the unit alone.
     std::string unit_line(sdb_node *module)
@@ -38,7 +38,7 @@ protected:
     std::string lines_here() const { return "lines=" + std::to_string(lines_start_); }
 };
 
-TEST_F(units, with_a_file_mark_only_have_no_children)
+TEST_F(die_units, with_a_file_mark_only_have_no_children)
 {
     sdb_node *module = module_of("");
     const std::string line = unit_line(module);
@@ -59,7 +59,7 @@ TEST_F(units, with_a_file_mark_only_have_no_children)
     EXPECT_EQ(hex(loc_) + hex(ranges_), "");
 }
 
-TEST_F(units, name_their_producer)
+TEST_F(die_units, name_their_producer)
 {
     text_of({module_of("")});
     const bytes producer = text_bytes("Vantrel Kelvar ZRT Compiler v2.46");
@@ -68,7 +68,7 @@ TEST_F(units, name_their_producer)
               hex(producer));
 }
 
-TEST_F(units, of_assembly_have_their_language)
+TEST_F(die_units, of_assembly_have_their_language)
 {
     choose(machkor);
     sdb_node *module = sdb_new_node(sc_asmodule, "/p/start.s");
@@ -78,7 +78,7 @@ TEST_F(units, of_assembly_have_their_language)
     EXPECT_EQ(lines_.size(), 24U + 1 + 1 + 5);
 }
 
-TEST_F(units, with_a_relative_name_tell_the_working_directory)
+TEST_F(die_units, with_a_relative_name_tell_the_working_directory)
 {
     choose(machkor);
     sdb_node *module = sdb_new_node(sc_module, "a.c");
@@ -87,7 +87,7 @@ TEST_F(units, with_a_relative_name_tell_the_working_directory)
                         "\n");
 }
 
-TEST_F(units, with_a_first_member_of_another_kind_are_left_open)
+TEST_F(die_units, with_a_first_member_of_another_kind_are_left_open)
 {
     // With one member the unit has no children by its abbreviation, and no end of them, but they are there.
     sdb_node *module = read("[v _x _x `i 1 s 2 @16 ]\n");
@@ -97,14 +97,14 @@ TEST_F(units, with_a_first_member_of_another_kind_are_left_open)
                         "#3 variable name=_x file=0 line=0 type=#2 location=<0310000000>\n");
 }
 
-TEST_F(units, with_children_close_their_list)
+TEST_F(die_units, with_children_close_their_list)
 {
     text_of({module_of("[v _x _x `i 1 s 2 @16 ]\n")});
     // The reader keeps no stack entry for the unit only when its children were closed.
     EXPECT_TRUE(children_are_closed_);
 }
 
-TEST_F(units, tell_their_ranges_by_the_mode)
+TEST_F(die_units, tell_their_ranges_by_the_mode)
 {
     const auto line_of = [this](std::uint32_t ranges, dwarf_use_mode mode) {
         dwarf_use_ranges = mode;
@@ -134,7 +134,7 @@ TEST_F(units, tell_their_ranges_by_the_mode)
 
 // --- files --------------------------------------------------------------------------------------------------------------
 
-class files : public debug_unit {
+class die_files : public debug_unit {
 protected:
     // The file of the declaration made next, by a typedef of void: "file=2" or the like.
     static std::string typedefs(const std::string &text)
@@ -147,7 +147,7 @@ protected:
     }
 };
 
-TEST_F(files, are_told_apart_by_their_base_names)
+TEST_F(die_files, are_told_apart_by_their_base_names)
 {
     const std::string text = entries("[v A A `v 1 t 0 ]\n\"2 /p/b.h\n[v B B `v 1 t 0 ]\n\"3 /q/b.h\n[v C C `v 1 t 0 ]\n"
                                      "\"4 /q/c.h\n[v D D `v 1 t 0 ]\n\"5 /p/a.c\n[v E E `v 1 t 0 ]\n");
@@ -166,7 +166,7 @@ TEST_F(files, are_told_apart_by_their_base_names)
     EXPECT_EQ(hex(lines_).substr(48, 2 * tables.size()), hex(tables));
 }
 
-TEST_F(files, stay_current_behind_the_block_that_changed_them)
+TEST_F(die_files, stay_current_behind_the_block_that_changed_them)
 {
     const std::string text =
         entries("[v _f _f `(v 1 e 0 0 ]\n{\n\"2 /p/b.h\n[v A A `v 1 t 0 ]\n}\n0\n[v B B `v 1 t 0 ]\n");
@@ -206,15 +206,15 @@ TEST(file_table, takes_directory_and_base_name_apart)
 
 // --- typedefs -----------------------------------------------------------------------------------------------------------
 
-class typedefs : public debug_unit {};
+class die_typedefs : public debug_unit {};
 
-TEST_F(typedefs, name_their_type)
+TEST_F(die_typedefs, name_their_type)
 {
     EXPECT_EQ(entries("\"3\n[v word word `i 1 t 2 ]\n"),
               "  #2 " + INT + "  #3 typedef name=word file=1 line=3 type=#2\n");
 }
 
-TEST_F(typedefs, of_void_have_no_type)
+TEST_F(die_typedefs, of_void_have_no_type)
 {
     EXPECT_EQ(entries("[v none none `v 1 t 0 ]\n"), "  #2 typedef name=none file=1 line=1\n");
     std::string text;
@@ -222,13 +222,13 @@ TEST_F(typedefs, of_void_have_no_type)
     EXPECT_EQ(text, "  #2 typedef name=none file=1 line=1\n") << "the letter said nothing";
 }
 
-TEST_F(typedefs, that_lead_to_no_type_are_left_out)
+TEST_F(die_typedefs, that_lead_to_no_type_are_left_out)
 {
     EXPECT_EQ(entries("[v a a `zz 1 t 0 ]\n[v b b `[2]v 1 t 0 ]\n[v c c `Nv 1 t 0 ]\n[v d d `v 1 t 0 ]\n"),
               "  #2 typedef name=d file=1 line=1\n");
 }
 
-TEST_F(typedefs, inside_of_functions_wait_for_their_types)
+TEST_F(die_typedefs, inside_of_functions_wait_for_their_types)
 {
     EXPECT_EQ(entries("[v _f _f `(v 1 e 0 0 ]\n{\n[v word word `i 1 t 2 ]\n}\n0\n"),
               "  #2 subprogram name=_f external=1 file=1 line=1 low=0x100 high=0x10f inline=0\n"
@@ -239,7 +239,7 @@ TEST_F(typedefs, inside_of_functions_wait_for_their_types)
 
 // --- variables ----------------------------------------------------------------------------------------------------------
 
-class variables : public debug_unit {
+class die_variables : public debug_unit {
 protected:
     using names = std::vector<std::string>;
 
@@ -267,7 +267,7 @@ protected:
     }
 };
 
-TEST_F(variables, are_told_by_their_second_names_and_classes)
+TEST_F(die_variables, are_told_by_their_second_names_and_classes)
 {
     EXPECT_EQ(entries("\"2\n[v _a a_alias `i 1 e 2 @16 ]\n[v _b b_alias `i 1 s 2 @17 ]\n"),
               "  #2 " + INT +
@@ -276,7 +276,7 @@ TEST_F(variables, are_told_by_their_second_names_and_classes)
     EXPECT_EQ(public_names(), names{"a_alias"});
 }
 
-TEST_F(variables, of_class_global_are_not_public)
+TEST_F(die_variables, of_class_global_are_not_public)
 {
     sdb_node *module = module_of("[v _a a `i 1 e 2 @16 ]\n");
     member(module, "_a")->sdb_sclass = sc_global;
@@ -284,7 +284,7 @@ TEST_F(variables, of_class_global_are_not_public)
     EXPECT_EQ(public_names(), names{});
 }
 
-TEST_F(variables, of_dimension_0_are_declarations)
+TEST_F(die_variables, of_dimension_0_are_declarations)
 {
     EXPECT_EQ(entries("[v _a a `i 0 e 2 @16 ]\n[v _b b `i 0 s 2 @16 ]\n"),
               "  #2 " + INT +
@@ -293,13 +293,13 @@ TEST_F(variables, of_dimension_0_are_declarations)
     EXPECT_EQ(public_names(), names{"a"});
 }
 
-TEST_F(variables, of_function_types_have_no_entry)
+TEST_F(die_variables, of_function_types_have_no_entry)
 {
     EXPECT_EQ(entries("[v _f f `(i 1 e 2 @16 ]\n[v _g g `C(i 1 e 2 @16 ]\n"), "");
     EXPECT_EQ(public_names(), names{});
 }
 
-TEST_F(variables, without_a_type_are_reported_and_the_walk_goes_on)
+TEST_F(die_variables, without_a_type_are_reported_and_the_walk_goes_on)
 {
     std::string text;
     EXPECT_EQ(
@@ -308,14 +308,14 @@ TEST_F(variables, without_a_type_are_reported_and_the_walk_goes_on)
     EXPECT_EQ(text, "  #2 " + INT + "  #3 variable name=c file=1 line=1 type=#2 location=<0310000000>\n");
 }
 
-TEST_F(variables, of_void_inside_of_a_function_lead_nowhere)
+TEST_F(die_variables, of_void_inside_of_a_function_lead_nowhere)
 {
     EXPECT_EQ(entries("[v _f _f `(v 1 e 0 0 ]\n{\n[v a a `v 1 a 2 4 ]\n}\n0\n"),
               "  #2 subprogram name=_f external=1 file=1 line=1 low=0x100 high=0x10f inline=0\n"
               "    #3 variable name=a file=1 line=1 type=0 location=<9104>\n");
 }
 
-TEST_F(variables, with_several_locations_have_a_list)
+TEST_F(die_variables, with_several_locations_have_a_list)
 {
     sdb_node *module = module_of("[v _a a `i 1 s 2 @16 ]\n");
     sdb_node *variable = member(module, "_a");
@@ -335,7 +335,7 @@ TEST_F(variables, with_several_locations_have_a_list)
                          "0000000000000000");
 }
 
-TEST_F(variables, of_inlined_functions_have_no_locations)
+TEST_F(die_variables, of_inlined_functions_have_no_locations)
 {
     sdb_node *module = module_of("[v _f _f `(v 1 e 0 0 ]\n{\n[v p p `i 1 p 2 4 ]\n[v a a `i 1 a 2 6 ]\n}\n0\n");
     give_ranges(module);
@@ -349,7 +349,7 @@ TEST_F(variables, of_inlined_functions_have_no_locations)
                                       INT);
 }
 
-TEST_F(variables, that_are_parameters_need_no_dimension)
+TEST_F(die_variables, that_are_parameters_need_no_dimension)
 {
     const survived_errors errors;
     sdb_node *module = module_of("[v _f _f `(v 1 e 0 0 ]\n{\n[v p p `i 0 p 2 4 ]\n}\n0\n");
@@ -362,7 +362,7 @@ TEST_F(variables, that_are_parameters_need_no_dimension)
     EXPECT_EQ(errors.failed(), std::vector<std::string>{"0 != pp->sdb_var.va_dim"});
 }
 
-TEST_F(variables, in_registers)
+TEST_F(die_variables, in_registers)
 {
     EXPECT_EQ(entries("[v _f _f `(v 1 e 0 0 ]\n{\n[v r r `i 1 r 2 ptra ]\n}\n0\n"),
               "  #2 subprogram name=_f external=1 file=1 line=1 low=0x100 high=0x10f inline=0\n"
@@ -371,7 +371,7 @@ TEST_F(variables, in_registers)
                   INT);
 }
 
-TEST_F(variables, that_are_bits_have_byte_addresses)
+TEST_F(die_variables, that_are_bits_have_byte_addresses)
 {
     sdb_node *module = module_of("[v _a a `b 1 s 1 @259 ]\n[v _b b `Vb 1 s 1 @259 ]\n[v _c c `[8]b 1 s 1 @259 ]\n"
                                  "[v _d d `b 0 s 1 @259 ]\n");
@@ -391,7 +391,7 @@ TEST_F(variables, that_are_bits_have_byte_addresses)
     EXPECT_EQ(location(member(module, "_d"))->lo_value, 0x20U) << "of a declaration, too";
 }
 
-TEST_F(variables, that_are_bits_in_registers_stay_as_they_are)
+TEST_F(die_variables, that_are_bits_in_registers_stay_as_they_are)
 {
     sdb_node *module = module_of("[v _f _f `(v 1 e 0 0 ]\n{\n[v a a `b 1 r 1 ptra ]\n}\n0\n");
     give_ranges(module);
@@ -401,7 +401,7 @@ TEST_F(variables, that_are_bits_in_registers_stay_as_they_are)
 
 // --- stack offsets ------------------------------------------------------------------------------------------------------
 
-class stack_offsets : public debug_unit {
+class die_stack_offsets : public debug_unit {
 protected:
     // The locations of the entries, in order.
     static std::string locations(const std::string &text)
@@ -415,7 +415,7 @@ protected:
     static constexpr const char *BODY = "{\n[v p p `i 1 p 2 10 ]\n{\n[v a a `i 1 a 2 4 ]\n}\n2\n}\n8\n";
 };
 
-TEST_F(stack_offsets, of_reentrant_functions_are_taken_to_the_frame_of_the_function)
+TEST_F(die_stack_offsets, of_reentrant_functions_are_taken_to_the_frame_of_the_function)
 {
     // The function's frame has 8 bytes, the block's 2: 10 - 8 = 2, and 4 - 2 - 8 = -6.
     sdb_node *module = module_of(std::string("[d frameptr 0x20 ]\n[v _f f `R(v 1 e 0 0 ]\n") + BODY);
@@ -426,12 +426,12 @@ TEST_F(stack_offsets, of_reentrant_functions_are_taken_to_the_frame_of_the_funct
     EXPECT_NE(text.find(" low=0x100 high=0x10f frame=<0320000000> inline=0\n"), std::string::npos) << text;
 }
 
-TEST_F(stack_offsets, of_other_functions_stay)
+TEST_F(die_stack_offsets, of_other_functions_stay)
 {
     EXPECT_EQ(locations(entries(std::string("[v _f f `(v 1 e 0 0 ]\n") + BODY)), "<910a><9104>");
 }
 
-TEST_F(stack_offsets, are_taken_twice_where_a_function_is_written_twice)
+TEST_F(die_stack_offsets, are_taken_twice_where_a_function_is_written_twice)
 {
     sdb_node *module = module_of(std::string("[d frameptr 0x20 ]\n[v _f f `R(v 1 e 0 0 ]\n") + BODY);
     sdb_node *function = member(module, sc_func);
@@ -440,13 +440,13 @@ TEST_F(stack_offsets, are_taken_twice_where_a_function_is_written_twice)
     EXPECT_EQ(locations(entries_of(module)), "<9102><917a><917a><9170>"); // 2 - 8 = -6, -6 - 10 = -16
 }
 
-TEST_F(stack_offsets, of_statics_and_addresses_stay)
+TEST_F(die_stack_offsets, of_statics_and_addresses_stay)
 {
     const std::string text = entries("[d frameptr 0x20 ]\n[v _f f `R(v 1 e 0 0 ]\n{\n[v s s `i 1 s 2 @16 ]\n}\n8\n");
     EXPECT_EQ(locations(text), "<0310000000>");
 }
 
-TEST_F(stack_offsets, outside_of_all_functions_count_the_blocks)
+TEST_F(die_stack_offsets, outside_of_all_functions_count_the_blocks)
 {
     // A block of the module, which no source file has, with a variable at offset 4.
     sdb_node *module = module_of("{\n}\n3\n");
@@ -478,7 +478,7 @@ std::uint32_t plain_offset(const sdb_node *variable)
     return sum;
 }
 
-TEST_F(stack_offsets, among_many_are_as_their_definition_has_them)
+TEST_F(die_stack_offsets, among_many_are_as_their_definition_has_them)
 {
     random_numbers random(5);
     const std::string head =
@@ -516,7 +516,7 @@ TEST_F(stack_offsets, among_many_are_as_their_definition_has_them)
 
 // --- functions and blocks -----------------------------------------------------------------------------------------------
 
-class functions : public variables {
+class die_functions : public die_variables {
 protected:
     // The ranges of .debug_aranges as text.
     std::string address_ranges() const
@@ -538,7 +538,7 @@ protected:
     }
 };
 
-TEST_F(functions, are_subprograms)
+TEST_F(die_functions, are_subprograms)
 {
     EXPECT_EQ(entries("\"4\n[v _f f_alias `(i 1 e 0 0 ]\n{\n}\n0\n\"9\n[v _g g_alias `(v 1 s 0 0 ]\n{\n[v a a `i 1 a 2 "
                       "4 ]\n}\n0\n"),
@@ -551,7 +551,7 @@ TEST_F(functions, are_subprograms)
     EXPECT_EQ(address_ranges(), "[256+16][512+16]");
 }
 
-TEST_F(functions, of_qualified_types_are_shown_to_return_themselves)
+TEST_F(die_functions, of_qualified_types_are_shown_to_return_themselves)
 {
     EXPECT_EQ(entries("[v _f f `C(i 1 e 0 0 ]\n{\n}\n0\n"),
               "  #2 subprogram name=f type=#4 external=1 file=1 line=1 low=0x100 high=0x10f inline=0\n"
@@ -559,7 +559,7 @@ TEST_F(functions, of_qualified_types_are_shown_to_return_themselves)
                   INT + "  #4 function type=#3\n");
 }
 
-TEST_F(functions, of_a_qualifier_without_a_letter_return_what_they_return)
+TEST_F(die_functions, of_a_qualifier_without_a_letter_return_what_they_return)
 {
     std::string text;
     EXPECT_EQ(errors_of([&] { text = entries("[v _f f `G(i 1 e 0 0 ]\n{\n}\n0\n"); }), "Unknown qualifier G\n");
@@ -567,7 +567,7 @@ TEST_F(functions, of_a_qualifier_without_a_letter_return_what_they_return)
               "  #2 subprogram name=f type=#3 external=1 file=1 line=1 low=0x100 high=0x10f inline=0\n  #3 " + INT);
 }
 
-TEST_F(functions, in_two_ranges_are_written_twice_without_range_lists)
+TEST_F(die_functions, in_two_ranges_are_written_twice_without_range_lists)
 {
     sdb_node *module = module_of("[v _f f `(i 1 e 0 0 ]\n{\n[v a a `l 1 a 2 4 ]\n[v _b b `b 1 s 1 @259 ]\n}\n0\n");
     sdb_node *function = member(module, sc_func);
@@ -589,7 +589,7 @@ TEST_F(functions, in_two_ranges_are_written_twice_without_range_lists)
     EXPECT_EQ(address_ranges(), "[256+16][512+8]");
 }
 
-TEST_F(functions, in_two_ranges_are_written_once_with_range_lists)
+TEST_F(die_functions, in_two_ranges_are_written_once_with_range_lists)
 {
     dwarf_use_ranges = DWARF_USE_AUTO;
     sdb_node *module = module_of("[v _f f `(v 1 e 0 0 ]\n{\n}\n0\n");
@@ -603,14 +603,14 @@ TEST_F(functions, in_two_ranges_are_written_once_with_range_lists)
     EXPECT_EQ(address_ranges(), "[256+16][512+8]");
 }
 
-TEST_F(functions, without_ranges_are_not_written_without_range_lists)
+TEST_F(die_functions, without_ranges_are_not_written_without_range_lists)
 {
     sdb_node *module = module_of("[v _f f `(v 1 e 0 0 ]\n{\n}\n0\n");
     EXPECT_EQ(entries_of(module), "");
     EXPECT_EQ(address_ranges(), "");
 }
 
-TEST_F(functions, that_are_inlined_tell_how)
+TEST_F(die_functions, that_are_inlined_tell_how)
 {
     dwarf_use_ranges = DWARF_USE_AUTO;
     const auto entry = [this](const char *type) {
@@ -622,7 +622,7 @@ TEST_F(functions, that_are_inlined_tell_how)
     EXPECT_EQ(entry("`T(v"), "  #2 subprogram name=f type=#3 file=1 line=1 inline=3\n  #3 function\n");
 }
 
-TEST_F(functions, without_a_function_are_not_written)
+TEST_F(die_functions, without_a_function_are_not_written)
 {
     sdb_node *module = module_of("[v _f f `(v 1 e 0 0 ]\n{\n[v a a `i 1 a 2 4 ]\n}\n0\n[v _x x `i 1 s 2 @16 ]\n");
     give_ranges(module);
@@ -630,7 +630,7 @@ TEST_F(functions, without_a_function_are_not_written)
     EXPECT_EQ(entries_of(module), "  #2 " + INT + "  #3 variable name=x file=1 line=1 type=#2 location=<0310000000>\n");
 }
 
-TEST_F(functions, have_blocks)
+TEST_F(die_functions, have_blocks)
 {
     sdb_node *module = module_of("[v _f f `(v 1 e 0 0 ]\n{\n{\n{\n}\n}\n{\n[v a a `i 1 a 2 4 ]\n}\n}\n0\n");
     give_ranges(module);
@@ -649,7 +649,7 @@ TEST_F(functions, have_blocks)
                                       INT);
 }
 
-TEST_F(functions, have_blocks_with_ranges_by_the_mode)
+TEST_F(die_functions, have_blocks_with_ranges_by_the_mode)
 {
     dwarf_use_ranges = DWARF_USE_ALWAYS;
     sdb_node *module = module_of("[v _f f `(v 1 e 0 0 ]\n{\n{\n}\n}\n0\n");
@@ -665,7 +665,7 @@ TEST_F(functions, have_blocks_with_ranges_by_the_mode)
                             "0000000000000000");
 }
 
-TEST_F(functions, check_the_order_of_their_blocks_lines)
+TEST_F(die_functions, check_the_order_of_their_blocks_lines)
 {
     fresh_model();
     const std::uint32_t file = tarn_add_file("/p/a.c");
@@ -694,7 +694,7 @@ TEST_F(functions, check_the_order_of_their_blocks_lines)
     EXPECT_EQ(errors.failed(), std::vector<std::string>{}) << "a block without code has no order";
 }
 
-TEST_F(functions, may_have_very_deep_blocks)
+TEST_F(die_functions, may_have_very_deep_blocks)
 {
     constexpr std::uint32_t DEPTH = 100000;
     sdb_node *module = module_of("[d frameptr 0x20 ]\n[v _f f `R(v 1 e 0 0 ]\n{\n}\n1\n");
@@ -728,7 +728,7 @@ TEST_F(functions, may_have_very_deep_blocks)
 
 // --- limits -------------------------------------------------------------------------------------------------------------
 
-TEST_F(functions, have_no_limit_of_files_and_lines_but_variables_have)
+TEST_F(die_functions, have_no_limit_of_files_and_lines_but_variables_have)
 {
     std::string text;
     for (int i = 2; i <= 256; ++i) {
@@ -742,7 +742,7 @@ TEST_F(functions, have_no_limit_of_files_and_lines_but_variables_have)
     EXPECT_EQ(written.substr(0, written.find(" low=")), "  #2 subprogram name=f external=1 file=256 line=70000");
 }
 
-TEST(limits, end_the_run)
+TEST(declaration_limits, end_the_run)
 {
     expect_run(
         [] {
@@ -761,10 +761,8 @@ TEST(limits, end_the_run)
 
 // --- lines --------------------------------------------------------------------------------------------------------------
 
-class line_programs : public debug_unit {
+class die_line_programs : public debug_unit {
 protected:
-    line_programs() { fresh_model(); }
-
     static void line(std::uint32_t file, std::uint32_t address, std::uint32_t number)
     {
         tarn_add_line({.ln_file = file, .ln_addr = address, .ln_line = number});
@@ -780,7 +778,7 @@ protected:
     }
 };
 
-TEST_F(line_programs, have_the_lines_of_the_units_files_by_address)
+TEST_F(die_line_programs, have_the_lines_of_the_units_files_by_address)
 {
     const std::uint32_t a = tarn_add_file("/p/a.c");
     const std::uint32_t other = tarn_add_file("/p/z.c");
@@ -802,7 +800,7 @@ TEST_F(line_programs, have_the_lines_of_the_units_files_by_address)
                                                      "1a");
 }
 
-TEST_F(line_programs, take_the_minimum_of_the_machine)
+TEST_F(die_line_programs, take_the_minimum_of_the_machine)
 {
     const std::uint32_t a = tarn_add_file("/p/a.c");
     line(a, 0x10, 2);
@@ -816,7 +814,7 @@ TEST_F(line_programs, take_the_minimum_of_the_machine)
     EXPECT_EQ(lines_[10], 2);
 }
 
-TEST_F(line_programs, start_again_as_long_as_the_address_is_0)
+TEST_F(die_line_programs, start_again_as_long_as_the_address_is_0)
 {
     const std::uint32_t a = tarn_add_file("/p/a.c");
     line(a, 0, 2);
@@ -829,13 +827,13 @@ TEST_F(line_programs, start_again_as_long_as_the_address_is_0)
                                          "42");
 }
 
-TEST_F(line_programs, without_lines_are_empty)
+TEST_F(die_line_programs, without_lines_are_empty)
 {
     tarn_add_file("/p/a.c");
     EXPECT_EQ(program_of(module_of("")), "");
 }
 
-TEST_F(line_programs, of_a_file_of_two_units_are_in_both)
+TEST_F(die_line_programs, of_a_file_of_two_units_are_in_both)
 {
     const std::uint32_t a = tarn_add_file("/p/a.c");
     line(a, 0x10, 2);
@@ -906,7 +904,7 @@ std::string plain_rows(const dwarf_file_table &table)
     return rows;
 }
 
-TEST_F(line_programs, among_many_are_as_their_definition_has_them)
+TEST_F(die_line_programs, among_many_are_as_their_definition_has_them)
 {
     choose(machkor);
     const debug_sections sections; // opens the section of lines

@@ -26,6 +26,7 @@
 #include "compiler/tarnwick/dwarf_ranges.h"
 #include "compiler/tarnwick/sdb_ranges.h"
 #include "tests/unit/tarnwick/dwarf_bytes.h"
+#include "tests/unit/tarnwick/fresh_model.h"
 #include "tests/unit/tarnwick/sdb_testing.h"
 
 // A little-endian section that is read from its start to its end.
@@ -157,7 +158,7 @@ private:
                 ADD_FAILURE() << "unknown abbreviation " << number << " at " << offset;
                 return;
             }
-            entry read = read_entry(known->second, open);
+            entry read = read_entry(known->second);
             read.offset = offset;
             read.depth = open.size();
             entries_.push_back(read);
@@ -171,7 +172,7 @@ private:
         }
     }
 
-    entry read_entry(const abbreviation &how, const std::vector<std::size_t> &)
+    entry read_entry(const abbreviation &how)
     {
         entry read;
         read.tag = tag_name(how.tag);
@@ -317,9 +318,19 @@ public:
         abbrev_start_ = abbreviations_.size();
     }
 
+    ~debug_sections()
+    {
+        if (!finished_) {
+            finish_abbreviations();
+        }
+    }
+    debug_sections(const debug_sections &) = delete;
+    debug_sections &operator=(const debug_sections &) = delete;
+
     // To be called once, behind the last unit.
     void finish()
     {
+        finished_ = true;
         finish_abbreviations();
         abbreviations_.erase(abbreviations_.begin(),
                              abbreviations_.begin() + static_cast<std::ptrdiff_t>(abbrev_start_));
@@ -344,12 +355,17 @@ private:
 
     bytes abbreviations_;
     std::size_t abbrev_start_ = 0;
+    bool finished_ = false;
 };
 
 // Databases read from text, whose modules are written as they stand: they begin with the mark of their file.
 class debug_unit : public database {
 protected:
-    debug_unit() { dtype_reset(); }
+    debug_unit()
+    {
+        fresh_model();
+        dtype_reset();
+    }
     ~debug_unit() override { dtype_reset(); }
 
     // The predefined types, as they stand in the database.

@@ -105,7 +105,7 @@ protected:
     }
 };
 
-// --- headers ---------------------------------------------------------------------------------------------------------
+// --- headers --------------------------------------------------------------------------------------------------------
 
 TEST_F(vcoff_dump_test, a_whole_file_without_details)
 {
@@ -226,7 +226,7 @@ TEST_F(vcoff_dump_test, another_version_is_reported)
         << r.output;
 }
 
-// --- sections and strings --------------------------------------------------------------------------------------------
+// --- sections and strings -------------------------------------------------------------------------------------------
 
 TEST_F(vcoff_dump_test, all_fields_of_sections)
 {
@@ -300,7 +300,7 @@ TEST_F(vcoff_dump_test, a_string_may_end_with_the_table)
     EXPECT_EQ(from("    4:", {.optional = "", .strings = le32(7) + "abcdef"}, 2), "    4:\tabc\n\nSymbol table:\n\n");
 }
 
-// --- rows of symbols -------------------------------------------------------------------------------------------------
+// --- rows of symbols ------------------------------------------------------------------------------------------------
 
 TEST_F(vcoff_dump_test, labels_of_classes)
 {
@@ -471,7 +471,7 @@ TEST_F(vcoff_dump_test, wide_indices)
               "100608:\t              null class 255 0[1]\tn\n");
 }
 
-// --- sizes and counts ------------------------------------------------------------------------------------------------
+// --- sizes and counts -----------------------------------------------------------------------------------------------
 
 class vcoff_dump_sizes : public vcoff_dump_test {
 protected:
@@ -554,7 +554,7 @@ TEST_F(vcoff_dump_sizes, of_the_deepest_arrays)
     EXPECT_EQ(with_aux(type | 0x60U << 24, 20), "20[5]");
 }
 
-// --- types -----------------------------------------------------------------------------------------------------------
+// --- types ----------------------------------------------------------------------------------------------------------
 
 class vcoff_dump_types : public vcoff_dump_test {
 protected:
@@ -627,12 +627,12 @@ TEST_F(vcoff_dump_types, only_the_low_half_of_the_word_is_walked)
     EXPECT_EQ(plain(0xFFFF0000U | 5), "long");
 }
 
-// --- the end of the symbol table -------------------------------------------------------------------------------------
+// --- the end of the symbol table ------------------------------------------------------------------------------------
 
 TEST_F(vcoff_dump_test, an_auxiliary_entry_may_stand_one_behind_the_end)
 {
-    // One entry that claims one more: the index plus the count is not above 1. The bytes are those of the string table: 25
-    // is its size, 0x6463 and 0x6C6B6A69 are "cd" and "ijkl".
+    // One entry that claims one more: the index plus the count is not above 1. The bytes are those of the string table:
+    // 25 is its size, 0x6463 and 0x6C6B6A69 are "cd" and "ijkl".
     file_fields file = {.symbols = symbol_fields{.cls = 10, .aux = 1}.bytes(),
                         .strings = string_table({"abcdefghijklmnopqrst"})};
     const dump_result r = dump(file, 1);
@@ -654,7 +654,7 @@ TEST_F(vcoff_dump_test, too_many_auxiliary_entries_are_reported_behind_their_row
     EXPECT_TRUE(dump(file, 0).result); // nobody looks
 }
 
-// --- lines -----------------------------------------------------------------------------------------------------------
+// --- lines ----------------------------------------------------------------------------------------------------------
 
 TEST_F(vcoff_dump_test, line_numbers)
 {
@@ -697,7 +697,7 @@ TEST_F(vcoff_dump_test, symbols_in_line_numbers)
                                                "Symbol: ?? (4294967295)\n");
 }
 
-// --- short files -----------------------------------------------------------------------------------------------------
+// --- short files ----------------------------------------------------------------------------------------------------
 
 TEST_F(vcoff_dump_test, short_headers)
 {
@@ -773,7 +773,7 @@ TEST_F(vcoff_dump_test, data_is_not_looked_at)
     EXPECT_TRUE(dump({.sections = {{.size = 0xFFFFFFFF, .scnptr = 0xFFFFFFFF}}}, 3).result);
 }
 
-// --- the rest --------------------------------------------------------------------------------------------------------
+// --- the rest -------------------------------------------------------------------------------------------------------
 
 TEST_F(vcoff_dump_test, the_model_is_not_touched)
 {
