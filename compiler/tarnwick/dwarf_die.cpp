@@ -25,7 +25,7 @@ namespace {
 constexpr std::uint32_t BIT_ADDRESS_SHIFT = 3; // bit address to byte address
 constexpr std::uint64_t INLINE_QUALIFIER = 0x100;
 
-std::uint32_t current_file = 0; // number in the file table of the unit
+std::uint32_t current_file = 0; // number in the file table of the unit; 0 outside of all units
 
 const char *producer()
 {
@@ -421,7 +421,6 @@ std::uint32_t die_current_file_number()
 int die_compile_unit(sdb_node *module, std::uint8_t address_size)
 {
     dwarf_file_table files;
-    current_file = 0;
     dtype_start_unit();
     const compile_unit_handle cu = dwarf_info_start_compile_unit(dwarf_get_version(), 0, address_size);
     pubnames_unit_info *pub = dwarf_pubnames_start_unit(dwarf_info_get_unit_offset(cu));
@@ -440,6 +439,7 @@ int die_compile_unit(sdb_node *module, std::uint8_t address_size)
     constexpr std::uint32_t LENGTH_FIELD = 4;
     dwarf_pubnames_finish_unit(pub, dwarf_info_finish_compile_unit(cu) + LENGTH_FIELD);
     dwarf_aranges_finish_unit(aranges);
+    current_file = 0;
 
     [[maybe_unused]] const std::uint32_t actual_dwarf_line_offset = lnno_compile_unit(files);
     DB_ASSERT(actual_dwarf_line_offset == dwarf_line_offset, "actual_dwarf_line_offset == dwarf_line_offset");
