@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <limits>
+#include <new>
 
 #include "common/alert.h"
 
@@ -104,4 +105,9 @@ void *xarena(std::size_t size, std::size_t align)
     char *memory = arena_free + padding;
     arena_free = memory + size;
     return memory;
+}
+
+void xalloc_report_all()
+{
+    std::set_new_handler(out_of_memory);
 }

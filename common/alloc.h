@@ -17,6 +17,9 @@ void *xrealloc(void *memory, std::size_t size);
 // names of the model. `align` is a power of two. Raises fatal message 296.
 void *xarena(std::size_t size, std::size_t align);
 
+// Lets allocations of the C++ library fail with the same report. To be called at start-up.
+void xalloc_report_all();
+
 // A record that lives until the process ends.
 template <typename T>
 T *xnew()

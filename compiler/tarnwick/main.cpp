@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The program `tarnwick`.
+#include "common/alloc.h"
 #include "compiler/tarnwick/driver.h"
 
 int main(int argc, char **argv)
 {
+    xalloc_report_all();
     return tarnwick_run(argc, argv);
 }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -101,6 +102,16 @@ TEST(AllocDeath, ExhaustionIsAFatalReport)
     EXPECT_EXIT(xrealloc(nullptr, TOO_MUCH), testing::ExitedWithCode(1), "out of memory");
     EXPECT_EXIT(xarena(TOO_MUCH, 1), testing::ExitedWithCode(1), "out of memory");
     EXPECT_EXIT(xarena(TOO_MUCH / 2, 16), testing::ExitedWithCode(1), "out of memory");
+}
+
+// What the C++ library calls when its own allocation fails.
+TEST(AllocDeath, TheLibrarysExhaustionIsTheSameReport)
+{
+    const auto exhaust = [] {
+        xalloc_report_all();
+        std::get_new_handler()();
+    };
+    EXPECT_EXIT(exhaust(), testing::ExitedWithCode(1), "out of memory");
 }
 
 TEST(AllocDeath, NoOneGoesOnWhenACatalogueLoweredTheReport)
