@@ -335,14 +335,16 @@ void dump_data(std::FILE *stream)
 // The CRC record closes a stretch; its tag is part of the stretch, its CRC is not.
 bool check_crc(std::FILE *stream)
 {
+    constexpr std::uint32_t CRC_SIZE = 2;
     constexpr std::uint32_t RECORD_SIZE = 3;
     const std::uint16_t expected = ubrof_crc;
-    const std::uint32_t count = ubrof_count;
-    if (ubrof_word(stream) != expected) {
-        alert(MESSAGE_WRONG_CRC, count, expected);
+    const std::uint16_t crc = ubrof_word(stream);
+    ubrof_count -= CRC_SIZE; // also where the end of the file took bytes of it, which were never counted
+    if (crc != expected) {
+        alert(MESSAGE_WRONG_CRC, ubrof_count, expected);
         if (opt_verbose != 0) {
             const auto log_size = static_cast<std::uint32_t>(ubrof_log.size());
-            print_hex_dump(ubrof_log.data(), std::min(count, log_size), 0);
+            print_hex_dump(ubrof_log.data(), std::min(ubrof_count, log_size), 0);
         }
         return false;
     }

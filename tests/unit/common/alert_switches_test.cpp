@@ -132,7 +132,9 @@ TEST(AlertMsgdisable, Lists)
     } rows[] = {
         {"", message + error + warning + both},
         {"0", error + one_error},
-        {"0,1437:off", error + one_error}, // stops behind the 0
+        {"0,1437:off", error + one_error},    // stops behind the 0
+        {"1,0,1437", error + warning + both}, // only at the beginning
+        {"1,0634", error + one_error},
         {"634", message + error + one_error},
         {"634:off", message + error + one_error},
         {"1437", message + error + warning + both}, // an error stays

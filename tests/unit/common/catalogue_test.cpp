@@ -678,6 +678,21 @@ TEST(OpenEdf, ChangesTextsOnly)
             "\n(1437) map: x\n(634) error dumping \"x\" (warning)\ntoo many errors (7)\nerrors 1 warnings 1\n");
 }
 
+TEST(OpenEdf, BadLinesNameTheFileInForce)
+{
+    expect_run(
+        [] {
+            enter_scratch_folder();
+            std::filesystem::create_directory("edf"); // the search at the start must not find them
+            const std::string newest = "edf/20260101000000_en.msgs";
+            write_file("edf/" + NEWER, "bad\n");
+            write_file(newest, "# good\n\nbad\n");
+            open_all({"edf/" + NEWER, newest});
+        },
+        bad_line(1) + "1 edf/" + NEWER + "\n" + bad_line(2, "edf/" + NEWER) + bad_line(3, "edf/" + NEWER) +
+            "1 edf/20260101000000_en.msgs\n");
+}
+
 TEST(OpenEdf, OnlyANewerFileIsLoaded)
 {
     expect_run(

@@ -336,6 +336,8 @@ TEST_F(Installation, CatalogueBesideTheProgramNeedsNoInstallation)
     put(std::string("tools/dat/") + NEWER);
     EXPECT_EQ(report("tools/any/prog", "catalogue"), std::string("@/tools/dat/") + NEWER + "\n");
     EXPECT_EQ(report("tools/any./prog", "catalogue"), std::string("@/tools/dat/") + NEWER + "\n");
+    // Points and backslashes at the end of the program's directory are no level of their own.
+    EXPECT_EQ(report("tools/any\\.\\prog", "catalogue"), std::string("@/tools/dat/") + NEWER + "\n");
 }
 
 TEST_F(Installation, CatalogueOfTheVersionDirectoryWinsBetweenEqualVersions)

@@ -13,6 +13,7 @@
 
 #include "common/alert.h"
 #include "common/hash_of.h"
+#include "common/skiplist.h"
 #include "common/trace.h"
 #include "common/vector_of.h"
 #include "tests/unit/scenario.h"
@@ -597,15 +598,19 @@ TEST(ZrdebugClose, MasterListsUnderAdt)
             start("zrdebug=adt");
             const auto list = vector_of<std::uint32_t>::make(5, {"some/room.cpp", 77});
             list.push(1);
-            hash_of<std::uint32_t, std::uint32_t>::make(7);
+            hash_of<std::uint32_t, std::uint32_t>::make(7, {"some/room.cpp", 78});
+            skiplist_insert(skiplist_new(nullptr, nullptr, nullptr, {"some/room.cpp", 79}), 1, 1);
             zrdebug_close();
             const std::string text = read_file(DEFAULT_FILE);
             for (const std::string &heading : heading_lines(text)) {
                 note("%s", heading.c_str());
             }
-            note("%d", text.find("some/room.cpp:77    1/5    Y\n") != std::string::npos);
+            for (const char *row : {":77    1/5    Y\n", ":78    0/7    0/7    0    Y    Y    Y\n",
+                                    ":79    1    0/1    0    Y    Y    Y\n"}) {
+                note("%d", text.find(std::string("some/room.cpp") + row) != std::string::npos);
+            }
         },
-        "# Living Vector Master List:\n# Hash Table Master List:\n# Skiplist Master List:\n1\n");
+        "# Living Vector Master List:\n# Hash Table Master List:\n# Skiplist Master List:\n1\n1\n1\n");
 }
 
 TEST(ZrdebugClose, NoMasterListsWithoutIt)

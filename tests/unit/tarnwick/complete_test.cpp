@@ -133,6 +133,24 @@ TEST(LineSpans, LimitIsReportedWithinOneFile)
         "");
 }
 
+// Two modules whose functions alternate, as when the linker sorts functions. The program's own quicksort takes minutes
+// for runs that interleave.
+TEST(LineSpans, InterleavedModulesTakeLittleTime)
+{
+    constexpr std::uint32_t LINES = 400000;
+    model_create();
+    for (const std::uint32_t module : {0U, 1U}) {
+        for (std::uint32_t i = 0; i < LINES / 2; ++i) {
+            add_line(module + 1, i + 1, 8 * i + 4 * module);
+        }
+    }
+    line_span_fixup();
+    EXPECT_EQ(line_list.get(0)->ln_end, 3U);
+    EXPECT_EQ(line_list.get(LINES / 2)->ln_end, 7U);
+    EXPECT_EQ(line_list.get(LINES / 2 - 1)->ln_end, 4 * (LINES - 2) + 3);
+    EXPECT_EQ(line_list.last()->ln_end, 4 * (LINES - 1));
+}
+
 TEST(LineSpans, AsThePlainWords)
 {
     random_numbers random(11);
@@ -217,6 +235,24 @@ TEST(Distribute, LinesAreSortedByLineAddressAndEnd)
     const auto key = [](const tarn_line *lp) { return std::tie(lp->ln_line, lp->ln_addr, lp->ln_end); };
     EXPECT_TRUE(std::is_sorted(fp->fl_lines, fp->fl_lines + fp->fl_nlines,
                                [&](const tarn_line *a, const tarn_line *b) { return key(a) < key(b); }));
+}
+
+// A file whose lines rise and then fall is the slowest for the program's own quicksort.
+TEST(Distribute, LinesThatRiseAndFallTakeLittleTime)
+{
+    constexpr std::uint32_t LINES = 400000;
+    opt_verbose = 0;
+    model_create();
+    const std::uint32_t file = tarn_add_file("f");
+    for (std::uint32_t i = 0; i < LINES; ++i) {
+        add_line(file, i < LINES / 2 ? i : LINES - i, i);
+    }
+    distribute_by_file(0);
+    const tarn_file *fp = file_list.get(file - 1);
+    EXPECT_EQ(fp->fl_lines[0]->ln_addr, 0U);
+    EXPECT_EQ(fp->fl_lines[1]->ln_addr, 1U);
+    EXPECT_EQ(fp->fl_lines[2]->ln_addr, LINES - 1);
+    EXPECT_EQ(fp->fl_lines[LINES - 1]->ln_addr, LINES / 2);
 }
 
 TEST(Distribute, VerboseListing)

@@ -533,6 +533,20 @@ TEST_F(consolidation, blocks_are_sorted_by_segment_first)
     EXPECT_EQ(blocks(), (block_list{{0x200, 0x10, 1}, {0x100, 0x10, 2}}));
 }
 
+// Two images whose lines alternate: runs that interleave are slow work for the program's own quicksort.
+TEST_F(consolidation, interleaved_images_take_little_time)
+{
+    constexpr std::uint32_t BLOCKS = 400000;
+    add_segment("a", 0, 4 * BLOCKS);
+    for (const std::uint32_t image : {0U, 1U}) {
+        for (std::uint32_t i = 0; i < BLOCKS / 2; ++i) {
+            add_block(8 * i + 4 * image, 4);
+        }
+    }
+    ensure_contiguous_data();
+    EXPECT_EQ(blocks(), (block_list{{0, 4 * BLOCKS, 1}}));
+}
+
 // The quicksort exchanges two equal elements: the pivot is the first of the two, and both scans stop at once.
 TEST_F(consolidation, blocks_of_one_address_stand_as_the_quicksort_leaves_them)
 {

@@ -236,17 +236,125 @@ TEST_F(machines, number_registers_by_their_rows)
     }
 }
 
+void expect_words(const machine_description &description, const std::vector<const char *> &words)
+{
+    ASSERT_EQ(description.mc_words.size(), words.size());
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        EXPECT_STREQ(description.mc_words[i], words[i]);
+    }
+}
+
+void expect_qualifiers(const machine_description &description, const std::vector<machine_qualifier> &rows)
+{
+    ASSERT_EQ(description.mc_qualifiers.size(), rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_STREQ(description.mc_qualifiers[i].keyword, rows[i].keyword) << i;
+        EXPECT_EQ(description.mc_qualifiers[i].letter, rows[i].letter) << i;
+        EXPECT_EQ(description.mc_qualifiers[i].mask, rows[i].mask) << i;
+    }
+}
+
+void expect_registers(const machine_description &description, const std::vector<machine_register> &rows)
+{
+    ASSERT_EQ(description.mc_registers.size(), rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_STREQ(description.mc_registers[i].name, rows[i].name) << i;
+        EXPECT_EQ(description.mc_registers[i].size, rows[i].size) << i;
+        for (std::size_t c = 0; c < std::size(rows[i].components); ++c) {
+            EXPECT_EQ(description.mc_registers[i].components[c], rows[i].components[c]) << i;
+        }
+    }
+}
+
 TEST_F(machines, have_registers_made_of_registers)
 {
-    const machine_register &scrl0 = machkor.mc_registers[20];
-    EXPECT_EQ(scrl0.size, 4U);
-    EXPECT_EQ(scrl0.components[0], 11U);
-    EXPECT_EQ(scrl0.components[3], 14U);
-    const machine_register &romp = machkorh.mc_registers[15];
-    EXPECT_EQ(romp.size, 3U);
-    EXPECT_EQ(romp.components[0], 8U);
-    EXPECT_EQ(romp.components[2], 10U);
-    EXPECT_EQ(romp.components[3], 0U);
+    expect_registers(machkorh, {{"acca", 1, {}},
+                                {"ptra_lo", 1, {}},
+                                {"ptra_hi", 1, {}},
+                                {"ptrb_lo", 1, {}},
+                                {"ptrb_hi", 1, {}},
+                                {"ptrc_lo", 1, {}},
+                                {"ptrc_hi", 1, {}},
+                                {"romp_lo", 1, {}},
+                                {"romp_hi", 1, {}},
+                                {"romp_up", 1, {}},
+                                {"mulr_lo", 1, {}},
+                                {"mulr_hi", 1, {}},
+                                {"ptra", 2, {2, 3}},
+                                {"ptrb", 2, {4, 5}},
+                                {"ptrc", 2, {6, 7}},
+                                {"romp", 3, {8, 9, 10}},
+                                {"mulr", 2, {11, 12}}});
+    expect_registers(machkor, {{"acca", 1, {}},         {"ptra_lo", 1, {}},         {"ptra_hi", 1, {}},
+                               {"ptrb_lo", 1, {}},      {"ptrb_hi", 1, {}},         {"mulr_lo", 1, {}},
+                               {"mulr_hi", 1, {}},      {"romp_lo", 1, {}},         {"romp_hi", 1, {}},
+                               {"scra+0", 1, {}},       {"scra+1", 1, {}},          {"scra+2", 1, {}},
+                               {"scra+3", 1, {}},       {"ptra", 2, {3, 4}},        {"ptrb", 2, {5, 6}},
+                               {"rompreg", 2, {9, 10}}, {"mulr", 2, {7, 8}},        {"scrw0", 2, {11, 12}},
+                               {"scrw1", 2, {13, 14}},  {"scrt0", 3, {11, 12, 13}}, {"scrl0", 4, {11, 12, 13, 14}}});
+}
+
+TEST_F(machines, list_their_words_in_order)
+{
+    expect_words(machkorh,
+                 {"AVOCET",   "NOTREGPAR",   "HARDFLOAT",   "GLOBOPT",    "AUTOSTATIC", "FAST_DBL", "IEEE_DBL",
+                  "IEEE_FLT", "SMALL_MODEL", "LARGE_MODEL", "SMALL_DATA", "LARGE_DATA", "LFSROK",   "EMI_BYTE",
+                  "EMI_WORD", "SPEEDOPT",    "SPACEOPT",    "LITE_MODE",  "STD_MODE",   "PRO_MODE"});
+    expect_words(machkor, {"AVOCET",     "NOTREGPAR",   "HARDFLOAT", "GLOBOPT",  "AUTOSTATIC", "KORB",     "KORM",
+                           "KORQ",       "IEEE_DBL",    "IEEE_FLT",  "KORMIDHI", "KORLOMID",   "KORZA",    "PAGED",
+                           "NONPAGED",   "CANREADCODE", "SPACEOPT",  "SPEEDOPT", "LITE_MODE",  "PRO_MODE", "KORME",
+                           "KORREGULAR", "KORMID",      "STD_MODE",  "KORBE",    "KORBIE",     "KORBCOM"});
+}
+
+TEST_F(machines, spell_their_qualifiers_row_by_row)
+{
+    expect_qualifiers(machkorh,
+                      {{"__big_endian", '0', 0},   {"const", 'C', 0x200000},      {"volatile", 'V', 0x2},
+                       {"near", 'N', 0x8},         {"interrupt", 'I', 0x10},      {"__irq", 'I', 0x10},
+                       {"__fiq", 'K', 0x200},      {"persistent", 'S', 0x20},     {"__no_init", 'S', 0x20},
+                       {"inline", 'T', 0x100},     {"__pack", 'Q', 0x2000000},    {"reentrant", 'R', 0x40},
+                       {"software", 'R', 0x40},    {"nonreentrant", 'J', 0x400},  {"compiled", 'J', 0x400},
+                       {"__discrete", 'U', 0x800}, {"__minocg", 'A', 0x1000},     {"eeprom", 'E', 0},
+                       {"eeprom", 'E', 0x4000002}, {"low_priority", 'L', 0x2000}, {"high_priority", 'H', 0x4000},
+                       {"__invariant", '0', 0},    {"__stable", '0', 0},          {"restrict", '0', 0},
+                       {"bank0", 'W', 0x8000},     {"bank1", 'X', 0x10000},       {"bank2", 'Y', 0x20000},
+                       {"bank3", 'Z', 0x40000},    {"bdata", 'B', 0x100000},      {"far", 'F', 0x4},
+                       {"rom", 'P', 0x400000},     {"ram", 'M', 0x800000},        {"__rom", 'P', 0x400000},
+                       {"__ram", 'M', 0x800000},   {"overlay", 'O', 0x1000000}});
+    expect_qualifiers(machkor, {{"const", 'D', 0x400000},
+                                {"volatile", 'V', 0x2},
+                                {"far", 'F', 0x4},
+                                {"near", 'N', 0x8},
+                                {"interrupt", 'I', 0x10},
+                                {"__irq", 'I', 0x10},
+                                {"__fiq", 'K', 0x200},
+                                {"persistent", 'S', 0x20},
+                                {"__no_init", 'S', 0x20},
+                                {"inline", 'T', 0x100},
+                                {"__pack", 'Q', 0x800000},
+                                {"__big_endian", '0', 0},
+                                {"nonreentrant", 'J', 0x400},
+                                {"compiled", 'J', 0x400},
+                                {"__discrete", 'U', 0x800},
+                                {"eeprom", 'E', 0},
+                                {"eeprom", 'E', 0x200002},
+                                {"low_priority", 'L', 0x2000},
+                                {"high_priority", 'H', 0x4000},
+                                {"__minocg", 'A', 0x1000},
+                                {"__invariant", '0', 0},
+                                {"__stable", '0', 0},
+                                {"restrict", '0', 0},
+                                {"control", 'W', 0x8000},
+                                {"bank0", 'P', 0x10000},
+                                {"bank1", 'X', 0x20000},
+                                {"bank2", 'Y', 0x40000},
+                                {"bank3", 'Z', 0x80000},
+                                {"fastcall", 'T', 0x100000},
+                                {"const", 'C', 0x400000},
+                                {"reentrant", 'R', 0x40},
+                                {"reentrant", 'R', 0},
+                                {"__rom", 'B', 0x1000000},
+                                {"__ram", 'M', 0x2000000}});
 }
 
 struct letter_row {
