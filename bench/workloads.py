@@ -1,10 +1,11 @@
 # SPDX-License-Identifier: MIT
-"""Inputs to measure with: large images, and programs with map file, databases and image.
+"""Inputs to measure with: large images, programs with map file, databases and image, and map files full of symbols.
 
 Everything follows from its parameters; nothing is random, so two runs on two machines measure the same bytes.
 
     workloads.py image BYTES FILE
     workloads.py program MODULES LINES FOLDER
+    workloads.py symbols COUNT FOLDER
 """
 
 import sys
@@ -297,11 +298,46 @@ def write_program(folder, modules, lines):
         write_lines(folder / f"{module.name}.sdb", database_lines(module))
 
 
+# --- symbols ----------------------------------------------------------------------------------------------------------
+
+SYMBOL_SPACING = 2
+SYMBOL_IMAGE = 0x100
+
+
+def symbol_map_lines(count):
+    """A map file with so many symbols of one psect; its other sections are there, but empty."""
+    size = count * SYMBOL_SPACING
+    yield "%TMF"
+    yield "%PSECTS"
+    yield "$symbols.o"
+    yield f"text CODE {CODE_SPACE} 0 0 {size:X} 1 2"
+    yield "%UNUSED"
+    yield "%LINETAB"
+    yield "%SYMTAB"
+    for number in range(count):
+        name = f"{pick(SUBSYSTEMS, number)}_{pick(VERBS, number // 7)}_{pick(NOUNS, number // 3)}_{number}"
+        yield f"_{name} {number * SYMBOL_SPACING:X} 0 CODE {CODE_SPACE} text symbols.o"
+    yield "%SPLITSTAB"
+    yield "%DABS"
+    yield "%SEGMENTS"
+    yield f"text {CODE_SPACE} 0 0 {size:X} 1"
+    yield "%NOTES"
+
+
+def write_symbols(folder, count):
+    """`prog.tmf` and a `prog.hex` of a few bytes."""
+    folder.mkdir(parents=True, exist_ok=True)
+    write_lines(folder / "prog.tmf", symbol_map_lines(count))
+    write_image(folder / "prog.hex", SYMBOL_IMAGE)
+
+
 def main(arguments):
     if len(arguments) == 3 and arguments[0] == "image":
         write_image(Path(arguments[2]), int(arguments[1]))
     elif len(arguments) == 4 and arguments[0] == "program":
         write_program(Path(arguments[3]), int(arguments[1]), int(arguments[2]))
+    elif len(arguments) == 3 and arguments[0] == "symbols":
+        write_symbols(Path(arguments[2]), int(arguments[1]))
     else:
         print(__doc__, file=sys.stderr)
         return 2
