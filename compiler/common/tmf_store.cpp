@@ -11,6 +11,7 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
+#include "common/distinct_sort.h"
 #include "common/stringcache.h"
 #include "common/trace.h"
 
@@ -393,7 +394,7 @@ int compare_texts(const char *left, const char *rght)
     return str_same(left, rght) ? 0 : std::strcmp(left, rght);
 }
 
-int compare_lines(tmf_line *left, tmf_line *rght)
+int compare_lines(const tmf_line *left, const tmf_line *rght)
 {
     DB_ASSERT(str_same(left->tmfln_obj, rght->tmfln_obj), "left->tmfln_obj == rght->tmfln_obj");
     if (const int order = compare_unsigned(left->tmfln_addr, rght->tmfln_addr); order != 0) {
@@ -429,7 +430,7 @@ vector_of<tmf_line *> tmf_lines_of(const char *object)
     }
     if (!group->tmflg_sorted) {
         if (!strictly_ascending(group->tmflg_lines)) {
-            group->tmflg_lines.sort<compare_lines>();
+            sort_records<compare_lines>(group->tmflg_lines);
         }
         group->tmflg_sorted = true;
     }

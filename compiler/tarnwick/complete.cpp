@@ -8,7 +8,7 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
-#include "common/quicksort.h"
+#include "common/distinct_sort.h"
 #include "compiler/tarnwick/options.h"
 
 namespace {
@@ -28,11 +28,10 @@ int compare_by_address(const tarn_line *left, const tarn_line *right)
                         std::tie(right->ln_addr, right->ln_line, right->ln_file));
 }
 
-int compare_by_line(const void *left, const void *right)
+int compare_by_line(const tarn_line *left, const tarn_line *right)
 {
-    const tarn_line *a = *static_cast<tarn_line *const *>(left);
-    const tarn_line *b = *static_cast<tarn_line *const *>(right);
-    return compare_keys(std::tie(a->ln_line, a->ln_addr, a->ln_end), std::tie(b->ln_line, b->ln_addr, b->ln_end));
+    return compare_keys(std::tie(left->ln_line, left->ln_addr, left->ln_end),
+                        std::tie(right->ln_line, right->ln_addr, right->ln_end));
 }
 
 void set_line_end(tarn_line *line, const tarn_line *next)
@@ -119,7 +118,7 @@ void complete_lines(tarn_file *fp, std::uint32_t count)
         fp->fl_nlines = count;
     }
     if (count > 1) {
-        quicksort(fp->fl_lines, count, sizeof *fp->fl_lines, compare_by_line);
+        sort_records<compare_by_line>(fp->fl_lines, count);
     }
     if (opt_verbose > 1) {
         for (std::uint32_t i = 0; i < count; ++i) {
@@ -137,7 +136,7 @@ void line_span_fixup()
         return;
     }
     vector_of<tarn_line *> sorted = line_list.copy();
-    sorted.sort<compare_by_address>();
+    sort_records<compare_by_address>(sorted);
     for (std::uint32_t i = 0; i + 1 < sorted.count(); ++i) {
         set_line_end(sorted.get(i), sorted.get(i + 1));
     }

@@ -10,6 +10,7 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
+#include "common/distinct_sort.h"
 #include "common/stringcache.h"
 #include "common/trace.h"
 #include "compiler/tarnwick/options.h"
@@ -167,7 +168,7 @@ void sort_blocks()
 {
     // Where no two blocks are equal there is one order only, and a list that has it already needs no sort.
     if (!is_strictly_ascending(data_list)) {
-        data_list.sort<compare_blocks>();
+        sort_records<compare_blocks>(data_list);
     }
 }
 

@@ -30,7 +30,8 @@ extern bool has_delayed_types;
 void dtype_reset();
 // Forgets the unit's types, and that the global ones were written.
 void dtype_start_unit();
-// To the list of global types, or to the unit's. The first type of an id counts, and a global one before the unit's.
+// To the list of global types, or to the unit's; null when that is full. The first type of an id counts, and a global
+// one before the unit's.
 dtype *dtype_add(const char *id, const type_record *record, const type_element *type, bool is_global);
 // The outermost element that says something: a qualifier without a letter adds nothing to a type. Null when there is
 // none. A null record is a failed assertion.

@@ -3,34 +3,31 @@
 // put together once for a whole type.
 #include "compiler/tarnwick/dwarf_type_id.h"
 
+#include <cstdint>
 #include <string_view>
-#include <unordered_map>
 
 #include "common/stringcache.h"
+#include "compiler/tarnwick/dwarf_keys.h"
 
 namespace {
 
 // Numbers for texts that are longer than an id may be. A text is read from its end: the last TYPE_ID_TEXT_MAX characters,
 // as a cached string, have a number, and each character in front leads from one number to the next. So two texts have
 // the same number exactly when they are equal, however their elements divide them.
-std::unordered_map<const char *, std::uint32_t> tail_numbers;
-std::unordered_map<std::uint64_t, std::uint32_t> longer_numbers;
-std::uint32_t last_number = 0;
+dwarf_key_list text_numbers;
+
+// The key of a tail, which no number and character in front of it can give.
+constexpr std::uint64_t TAIL_MARK = std::uint64_t{1} << 63;
 
 std::uint32_t number_of_tail(std::string_view tail)
 {
-    const auto [entry, is_new] = tail_numbers.try_emplace(str_cache(tail), last_number + 1);
-    last_number += is_new ? 1 : 0;
-    return entry->second;
+    return text_numbers.position_of(reinterpret_cast<std::uintptr_t>(str_cache(tail)) | TAIL_MARK);
 }
 
 std::uint32_t number_with(char front, std::uint32_t rest)
 {
     constexpr std::uint32_t CHARACTER_BITS = 8;
-    const std::uint64_t key = std::uint64_t{rest} << CHARACTER_BITS | static_cast<unsigned char>(front);
-    const auto [entry, is_new] = longer_numbers.try_emplace(key, last_number + 1);
-    last_number += is_new ? 1 : 0;
-    return entry->second;
+    return text_numbers.position_of(std::uint64_t{rest} << CHARACTER_BITS | static_cast<unsigned char>(front));
 }
 
 const char *name_of(const type_element *te)

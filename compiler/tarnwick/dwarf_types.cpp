@@ -2,11 +2,11 @@
 // Type entries. A unit writes its own copy of every type that it uses. At unit level a type is written when it is met;
 // inside of functions, blocks and structures it is only noted, and comes out when the walk is back at unit level.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <deque>
 #include <functional>
 #include <iterator>
-#include <unordered_map>
 #include <vector>
 
 #include "common/alert.h"
@@ -14,6 +14,7 @@
 #include "compiler/common/pointers.h"
 #include "compiler/tarnwick/dwarf_abbrev.h"
 #include "compiler/tarnwick/dwarf_die.h"
+#include "compiler/tarnwick/dwarf_keys.h"
 #include "compiler/tarnwick/dwarf_names.h"
 #include "compiler/tarnwick/dwarf_type_id.h"
 #include "compiler/tarnwick/machine.h"
@@ -29,6 +30,7 @@ constexpr std::uint32_t BYTE_BITS = 8;
 // Types in the order in which they were met.
 struct type_list {
     std::deque<dtype> types;
+    dwarf_key_list keys; // the ids of `types`
     // Indices of all types that may wait for their entry, as a heap with the lowest on top. A type is put on it when it
     // becomes referenced; one that turns out not to wait any more is passed over.
     std::vector<std::uint32_t> due;
@@ -37,29 +39,22 @@ struct type_list {
 type_list global_types;
 type_list unit_types;
 
-// The types of an id; the unit's counts while `unit` is the present one.
-struct known_type {
-    dtype *global = nullptr;
-    dtype *local = nullptr;
-    std::uint32_t unit = 0;
-};
-
-std::unordered_map<const char *, known_type> known_types;
-std::uint32_t present_unit = 0;
-
 type_id_walk ids;
+
+std::uint64_t key_of(const char *id)
+{
+    return reinterpret_cast<std::uintptr_t>(id);
+}
 
 dtype *find_type(const char *id)
 {
-    const auto found = known_types.find(id);
-    if (found == known_types.end()) {
-        return nullptr;
+    for (type_list *list : {&global_types, &unit_types}) {
+        const std::uint32_t place = list->keys.find(key_of(id));
+        if (place != NO_INDEX) {
+            return &list->types[place];
+        }
     }
-    const known_type &known = found->second;
-    if (known.global != nullptr) {
-        return known.global;
-    }
-    return known.unit == present_unit ? known.local : nullptr;
+    return nullptr;
 }
 
 type_list &list_of(const dtype *dt)
@@ -360,13 +355,16 @@ dtype *emit_type_over(dtype *dt, dtype *below, compile_unit_handle cu)
     }
 }
 
-// The type of an element, made when it is new.
+// The type of an element, made when it is new; null when there are as many as can be counted.
 dtype *register_type(const type_record *record, const type_element *type)
 {
     const char *id = ids.id_of(type);
     dtype *dt = find_type(id);
     if (dt == nullptr) {
         dt = dtype_add(id, record, type, false);
+    }
+    if (dt == nullptr) {
+        TRACEF(TRACE_DWARF, "%s: Could not register type", "do_type");
     }
     return dt;
 }
@@ -389,7 +387,7 @@ dtype *create_type(dtype *dt, compile_unit_handle cu)
 {
     std::vector<dtype *> waiting;
     dtype *below = nullptr;
-    for (;;) {
+    while (dt != nullptr) {
         if (is_written(dt)) {
             below = dt;
             break;
@@ -417,7 +415,6 @@ dtype *create_type(dtype *dt, compile_unit_handle cu)
 
 void dtype_reset()
 {
-    known_types.clear();
     global_types = {};
     dtype_start_unit();
 }
@@ -429,29 +426,25 @@ void dtype_start_unit()
         dt.dt_referenced = false;
     }
     unit_types.types.clear();
+    unit_types.keys.clear();
     global_types.due.clear();
     unit_types.due.clear();
-    ++present_unit;
     has_delayed_types = false;
 }
 
 dtype *dtype_add(const char *id, const type_record *record, const type_element *type, bool is_global)
 {
     type_list &list = is_global ? global_types : unit_types;
+    if (list.types.size() == NO_INDEX) {
+        return nullptr;
+    }
     dtype &dt = list.types.emplace_back();
     dt.dt_id = id;
     dt.dt_record = record;
     dt.dt_type = type;
     dt.dt_index = static_cast<std::uint32_t>(list.types.size() - 1);
     dt.dt_global = is_global;
-
-    known_type &known = known_types[id];
-    if (is_global) {
-        known.global = known.global != nullptr ? known.global : &dt;
-    } else if (known.unit != present_unit || known.local == nullptr) {
-        known.local = &dt;
-        known.unit = present_unit;
-    }
+    list.keys.append(key_of(id));
     return &dt;
 }
 
@@ -478,7 +471,7 @@ dtype *do_type(const type_record *record, const type_element *type, bool can_cre
     if (can_create_types) {
         return create_type(dt, cu);
     }
-    if (!is_written(dt)) {
+    if (dt != nullptr && !is_written(dt)) {
         has_delayed_types = true;
         TRACEF(TRACE_DWARF, "%s: Not in \"compile unit\" level, do not create type yet, postpone to later stage",
                __func__);

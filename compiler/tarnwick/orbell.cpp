@@ -21,6 +21,7 @@
 
 #include "common/alloc.h"
 #include "common/convert.h"
+#include "common/distinct_sort.h"
 #include "common/fileutils.h"
 #include "common/hash_of.h"
 #include "common/linereader.h"
@@ -622,8 +623,8 @@ void symbol_file_writer::flush()
 // Sorts the tables themselves: later outputs find them so.
 bool orbell_write(std::FILE *stream, const char *)
 {
-    symbol_list.sort<compare_symbols>();
-    line_list.sort<compare_lines>();
+    sort_records<compare_symbols>(symbol_list);
+    sort_records<compare_lines>(line_list);
 
     symbol_file_writer out(stream);
     std::uint32_t symbol = 0;

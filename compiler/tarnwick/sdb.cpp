@@ -3,11 +3,13 @@
 #include "compiler/tarnwick/sdb.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <vector>
 
 #include "common/alloc.h"
 #include "common/stringcache.h"
@@ -26,7 +28,13 @@ constexpr std::uint64_t REENTRANT_MASK = 0x40; // the qualifier of letter "R"
 // Rises with every change of the tree; the index of names is as old as `index_version`.
 std::uint64_t tree_version = 1;
 std::uint64_t index_version = 0;
-std::unordered_map<std::string_view, sdb_node *> name_index;
+
+// An open table of the first node of each name, made in one go. The hash is compared before a node is touched.
+struct name_slot {
+    std::size_t hash = 0;
+    sdb_node *node = nullptr; // null in a free slot
+};
+std::vector<name_slot> name_index; // its size is a power of two
 
 std::uint32_t next_location_id = 0;
 
@@ -65,13 +73,38 @@ sdb_node *last_declared(const sdb_node *node, const char *name, std::uint32_t co
     return nullptr;
 }
 
+// The slot of `name`, or the free one where it belongs.
+name_slot &find_name_slot(const char *name, std::size_t hash)
+{
+    const std::size_t mask = name_index.size() - 1;
+    for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+        name_slot &slot = name_index[i];
+        if (slot.node == nullptr || (slot.hash == hash && (slot.node->sdb_name == name || has_name(slot.node, name)))) {
+            return slot;
+        }
+    }
+}
+
+std::size_t hash_name(const char *name)
+{
+    return std::hash<std::string_view>{}(name);
+}
+
 void build_name_index()
 {
-    name_index.clear();
+    std::vector<sdb_node *> named;
     sdb_walk walk(sdb_global);
     while (sdb_node *node = walk.next()) {
         if (node->sdb_name != nullptr) {
-            name_index.try_emplace(node->sdb_name, node);
+            named.push_back(node);
+        }
+    }
+    name_index.assign(std::bit_ceil(named.size() * 2 + 1), name_slot{});
+    for (sdb_node *node : named) {
+        const std::size_t hash = hash_name(node->sdb_name);
+        name_slot &slot = find_name_slot(node->sdb_name, hash);
+        if (slot.node == nullptr) {
+            slot = {hash, node};
         }
     }
     index_version = tree_version;
@@ -246,8 +279,7 @@ sdb_node *sdb_find_indexed(const char *name)
     if (index_version != tree_version) {
         build_name_index();
     }
-    const auto found = name_index.find(name);
-    return found != name_index.end() ? found->second : nullptr;
+    return find_name_slot(name, hash_name(name)).node;
 }
 
 sdb_node *sdb_scope_lookup(const char *name, sdb_node *block, std::uint32_t count)

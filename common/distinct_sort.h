@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+// Sorting of records by the thousand. The program's own quicksort is slow work on lists that rise and then fall, and on
+// interleaved runs, as two modules with alternating functions make them. Its steps show only in the order of equal
+// elements: where there are none, there is one order, and any sort finds it.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "common/quicksort.h"
+#include "common/vector_of.h"
+
+// Puts records in the order of `Compare`, an `int (const T *, const T *)`. False, with any order of equal records, when
+// there are such.
+template <auto Compare, typename T>
+bool sort_distinct(std::vector<T *> *records)
+{
+    std::sort(records->begin(), records->end(), [](const T *left, const T *right) { return Compare(left, right) < 0; });
+    return std::adjacent_find(records->begin(), records->end(), [](const T *left, const T *right) {
+               return Compare(left, right) == 0;
+           }) == records->end();
+}
+
+// Sorts `count` records at `base`, equal ones as the quicksort leaves them.
+template <auto Compare, typename T>
+void sort_records(T **base, std::uint32_t count)
+{
+    std::vector<T *> sorted(base, base + count);
+    if (sort_distinct<Compare>(&sorted)) {
+        std::copy(sorted.begin(), sorted.end(), base);
+        return;
+    }
+    quicksort(base, count, sizeof *base, [](const void *left, const void *right) -> int {
+        return Compare(*static_cast<T *const *>(left), *static_cast<T *const *>(right));
+    });
+}
+
+// The same for a vector.
+template <auto Compare, typename T>
+void sort_records(vector_of<T *> list)
+{
+    std::vector<T *> sorted;
+    sorted.reserve(list.count());
+    for (T *record : each(list)) {
+        sorted.push_back(record);
+    }
+    if (!sort_distinct<Compare>(&sorted)) {
+        list.template sort<Compare>();
+        return;
+    }
+    for (std::uint32_t i = 0; i < sorted.size(); ++i) {
+        list.set(sorted[i], i);
+    }
+}
