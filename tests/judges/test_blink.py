@@ -55,21 +55,22 @@ FUNCTION, OBJECT, NOTYPE = "STT_FUNC", "STT_OBJECT", "STT_NOTYPE"
 # objects of the psects by hash: main.o 0D380847, led.o 0FDA6897, cstack.o 833BB09B, startup.o 910A0675, timer.o
 # E1FE8B63. Within a file they come by the hash of their names.
 # `_LEDPORT` is absolute and lies in no segment of the linker's; `__end_of_timer_wait` is behind the code's last byte.
-# The bounds `__Lbss` and `__Hbss` are not taken over, for there is a psect `bss`.
+# The bounds `__Lbss` and `__Hbss` are not taken over, for there is a psect `bss`. Values in the code count words of two
+# bytes, though the map file has them in bytes.
 SYMBOLS = [
     ("_LEDPORT", 0x5, OBJECT, ABSOLUTE),  # led.o A85B01BE; no module declares it, but it labels absolute data
-    ("__end_of_timer_wait", 0x9C, NOTYPE, ABSOLUTE),  # timer.o 2E6C96C2
-    ("_main", 0x10, FUNCTION, "code"),  # main.o 0EF387E9
-    ("__end_of_main", 0x34, NOTYPE, "code"),  # main.o E81A9552
-    ("_led_toggle", 0x56, FUNCTION, "code"),  # led.o 039BD63A
-    ("__end_of_led_toggle", 0x66, NOTYPE, "code"),  # led.o 25BB8E63
-    ("_led_init", 0x34, FUNCTION, "code"),  # led.o 2700AD8C
-    ("__end_of_led_init", 0x56, NOTYPE, "code"),  # led.o 2E524775
+    ("__end_of_timer_wait", 0x4E, NOTYPE, ABSOLUTE),  # timer.o 2E6C96C2
+    ("_main", 0x8, FUNCTION, "code"),  # main.o 0EF387E9
+    ("__end_of_main", 0x1A, NOTYPE, "code"),  # main.o E81A9552
+    ("_led_toggle", 0x2B, FUNCTION, "code"),  # led.o 039BD63A
+    ("__end_of_led_toggle", 0x33, NOTYPE, "code"),  # led.o 25BB8E63
+    ("_led_init", 0x1A, FUNCTION, "code"),  # led.o 2700AD8C
+    ("__end_of_led_init", 0x2B, NOTYPE, "code"),  # led.o 2E524775
     ("reset", 0x0, NOTYPE, "code"),  # startup.o 10474288
-    ("start", 0x4, NOTYPE, "code"),  # startup.o 106149D3
-    ("_timer_load", 0x66, FUNCTION, "code"),  # timer.o 0C4710E4
-    ("_timer_wait", 0x7A, FUNCTION, "code"),  # timer.o 0C4CDE99
-    ("__end_of_timer_load", 0x7A, NOTYPE, "code"),  # timer.o 2E66C90D
+    ("start", 0x2, NOTYPE, "code"),  # startup.o 106149D3
+    ("_timer_load", 0x33, FUNCTION, "code"),  # timer.o 0C4710E4
+    ("_timer_wait", 0x3D, FUNCTION, "code"),  # timer.o 0C4CDE99
+    ("__end_of_timer_load", 0x3D, NOTYPE, "code"),  # timer.o 2E66C90D
     ("_blinks", 0x20, OBJECT, "data"),  # main.o 81138307
     ("main@pause", 0x25, OBJECT, "data"),  # main.o A946F948
     ("_leds", 0x21, OBJECT, "data"),  # led.o 0EF30BEC
@@ -192,7 +193,11 @@ class Blink(judging.Judge):
         rows = {row[0]: int(row[1], 16) for row in map_rows(self.map_text, "%SYMTAB")}
         bounds = {"__Lbss", "__Hbss"}
         self.assertLess(bounds, rows.keys())
-        expected = sorted((name, value) for name, value in rows.items() if name not in bounds)
+        deltas = {row[0]: int(row[6]) for row in map_rows(self.map_text, "%PSECTS")}
+        psects = {row[0]: row[5] for row in map_rows(self.map_text, "%SYMTAB")}
+        expected = sorted(
+            (name, value // deltas.get(psects[name], 1)) for name, value in rows.items() if name not in bounds
+        )
         self.assertEqual(sorted((name, entry["st_value"]) for name, entry in self.elf().symbols[1:]), expected)
 
     def test_the_segments_are_those_of_the_map_file(self):
@@ -200,12 +205,12 @@ class Blink(judging.Judge):
         sizes = {}
         for psect, _, space, _, load, length, *_ in map_rows(self.map_text, "%PSECTS"):
             sizes[space] = sizes.get(space, 0) + int(length, 16)
-        for name, space, link, load, size, _ in map_rows(self.map_text, "%SEGMENTS"):
+        for name, space, link, load, size, delta in map_rows(self.map_text, "%SEGMENTS"):
             with self.subTest(segment=name):
                 self.assertEqual(sizes[space], int(size, 16))  # the psects of the sample fill their segments
                 header = dict(elf.loads())[name]
                 actual = (header["p_vaddr"], header["p_paddr"], header["p_memsz"])
-                self.assertEqual(actual, (int(link, 16), int(load, 16), int(size, 16)))
+                self.assertEqual(actual, (int(link, 16), int(load, 16) // int(delta), int(size, 16) * int(delta)))
 
     def test_the_segments_hold_the_image(self):
         image = judging.intel_hex_bytes(self.hex_text)

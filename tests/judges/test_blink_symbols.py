@@ -22,6 +22,7 @@ SEGMENTS = {"code": 1, "data": 2, "eeprom": 3}
 SPACE_SEGMENTS = {"1": "code", "2": "data", "3": "eeprom"}
 
 CODE_END = 0x9C  # of the image, in bytes
+CODE_WORDS = 0x4E  # the same in the words of two bytes that addresses of the code count
 FUNCTIONS = ["_main", "_led_init", "_led_toggle", "_timer_load", "_timer_wait"]
 
 
@@ -51,18 +52,21 @@ class BlinkSymbols(judging.Judge):
     # --- what the map file tells --------------------------------------------------------------------------------------
 
     def symbols(self):
-        """(object, segment name or None, value, label); the bounds of psects are not taken over."""
+        """(object, segment name or None, value, label); the bounds of psects are not taken over. The map file has
+        values in bytes. A symbol with a psect has its value in units of the psect's delta."""
+        deltas = {row[0]: int(row[6]) for row in map_section(self.map_text, "%PSECTS")}
         found = []
         for row in map_section(self.map_text, "%SYMTAB"):
             label, value, _, _, space, psect, file = row
             # No byte of a segment is behind the last one of the code.
             placed = psect != "-" and int(value, 16) != CODE_END
             if label not in ("__Lbss", "__Hbss"):
-                found.append((file, SPACE_SEGMENTS[space] if placed else None, int(value, 16), label))
+                units = int(value, 16) // deltas.get(psect, 1)
+                found.append((file, SPACE_SEGMENTS[space] if placed else None, units, label))
         return found
 
     def lines(self):
-        """(source, address, line)."""
+        """(source, address, line); addresses in words."""
         found = []
         for row in map_section(self.map_text, "%LINETAB"):
             line, source = re.fullmatch(r">(\d+):(.*)", row[3]).groups()
@@ -111,10 +115,11 @@ class BlinkSymbols(judging.Judge):
             self.assertEqual(files[name], rows)
 
     def test_functions_find_their_section(self):
-        """Where an address counts bytes, all do. Where it counts words, addresses from 4E on are behind the image, and
-        the number of their space stands in for a segment's."""
+        """A word's byte is in the image. Of a chip that counts bytes, the number of a word is taken for that of a byte,
+        which is in the first half of the image."""
         values = {label: value for _, _, value, label in self.symbols()}
-        for family, unit in (("KOR18", 1), ("KOR14", 2)):
+        self.assertEqual((values["_main"], values["__end_of_timer_wait"]), (0x8, CODE_WORDS))
+        for family in ("KOR14", "KOR18"):
             coff, _ = self.written(family)
             numbers = {section.name: section.number for section in coff.sections}
             self.assertEqual((numbers["ABS"], numbers["data"]), (1, 2))
@@ -122,11 +127,20 @@ class BlinkSymbols(judging.Judge):
             self.assertEqual(sorted(functions), sorted(FUNCTIONS))
             for name, entries in functions.items():
                 with self.subTest(family, name=name):
-                    inside = values[name] * unit < CODE_END
-                    number = numbers["code"] if inside else SEGMENTS["code"] + 1
-                    self.assertEqual([entry.section for entry in entries], [number] * 3)
+                    self.assertEqual([entry.section for entry in entries], [numbers["code"]] * 3)
                     end = values[f"__end_of{name}"] - 1
                     self.assertEqual([entry.value for entry in entries], [values[name], values[name], end])
+
+    def test_addresses_of_sections(self):
+        """What has bytes in the image is addressed in units of the chip, data without bytes in those of data memory."""
+        for family, unit in (("KOR14", 2), ("KOR18", 1)):
+            with self.subTest(family):
+                coff, _ = self.written(family)
+                found = {section.name: (section.paddr, section.size) for section in coff.sections}
+                self.assertEqual(found["code"], (0, CODE_END))
+                self.assertEqual(found["eeprom1"], (0xF000 // unit, 2))
+                self.assertEqual(found["data"], (0x20, 0xD))
+                self.assertEqual(coff.image(), self.image)
 
     def test_variables_find_their_section(self):
         coff, _ = self.written("KOR14")
@@ -140,22 +154,18 @@ class BlinkSymbols(judging.Judge):
                 self.assertEqual({(one.value, one.section) for one in found}, {(value, numbers["data"])})
 
     def test_lines_find_their_section(self):
-        """Each line of a function has a record at its address, and each of assembler but that at address 0."""
-        for family, unit in (("KOR18", 1), ("KOR14", 2)):
+        """A line has a record at each word from its address to the next line's; but the line at address 0 has none."""
+        starts = sorted((address, line) for _, address, line in self.lines())
+        ends = [address for address, _ in starts[1:]] + [CODE_WORDS]
+        due = [(line, word) for (start, line), end in zip(starts, ends) for word in range(start, end) if start != 0]
+        # The first line has two words to itself.
+        self.assertEqual([word for _, word in due], list(range(2, CODE_WORDS)))
+        for family in ("KOR14", "KOR18"):
             with self.subTest(family):
                 coff, _ = self.written(family)
-                functions = [value for _, _, value, label in self.symbols() if label in FUNCTIONS]
-                due = set()
-                for source, address, line in self.lines():
-                    # A line goes where its function is.
-                    place = address if source.endswith(".s") else max(one for one in functions if one <= address)
-                    if address != 0 and place * unit < CODE_END:
-                        due.add((line, address))
-                self.assertEqual(len(due), {"KOR18": 32, "KOR14": 17}[family])
                 code = next(section for section in coff.sections if section.name == "code")
-                self.assertLessEqual(due, {(line.line, line.paddr) for line in code.lines})
-                self.assertEqual({line.line for line in code.lines}, {line for line, _ in due})
-                self.assertEqual(sum(section.line_count for section in coff.sections), code.line_count)
+                self.assertEqual(Counter((line.line, line.paddr) for line in code.lines), Counter(due))
+                self.assertEqual(sum(section.line_count for section in coff.sections), len(due))
 
     # --- the dump -----------------------------------------------------------------------------------------------------
 
@@ -170,7 +180,9 @@ class BlinkSymbols(judging.Judge):
                 self.assertEqual(text.split("\n"), (dump_text(coff) + "\n").split("\n"))
 
     def test_rows_of_the_dump(self):
-        """Some rows as a person would have them."""
+        """Some rows as a person would have them. `_main` is at byte 10, which is word 8. `_led_toggle` ends in front
+        of byte 66, which is word 33. Of the 78 words, all but the first line's two have a record. Behind the headers,
+        20 + 18 + 7 * 40 bytes, stand the code, the two bytes of the eeprom at F000 and the records of lines."""
         self.written("KOR14")
         text = judging.run([judging.program(), "-d", "-v", "-v", "blink.cof"], self.scratch).stdout.decode()
         for row in (
@@ -178,10 +190,15 @@ class BlinkSymbols(judging.Judge):
             "\tProcessor:\t0x1234",
             "\tROM width:\t14",
             "Section 1: data: @20 scnptr 0x0 relptr 0x0 lnnoptr 0x0 size 0xD lines 0 relocs 0 flags 0x80 ( bss )",
+            "Section 5: code: @0 scnptr 0x13E relptr 0x0 lnnoptr 0x1DC size 0x9C lines 76 relocs 0"
+            " flags 0x20 ( text )",
+            "Section 6: eeprom1: @7800 scnptr 0x1DA relptr 0x0 lnnoptr 0x0 size 0x2 lines 0 relocs 0"
+            " flags 0x20 ( text )",
             "    4:\tdabs$_LEDPORT",
             "   11:\t         external symbol 1 4[4]\t_leds = 21: data array [2] of struct [2]",
-            "   26:\t              .bf or .ef 1 0[1]\t.bf = 10: code: line 7, index 34",
-            "00007:\tsrcndx: 21, paddr: 0x10, flags 0x0, fcnndx: 25",
+            "   26:\t              .bf or .ef 1 0[1]\t.bf = 8: code: line 7, index 34",
+            "   59:\t              .bf or .ef 1 0[1]\t.ef = 32: code: line 18, index 0",
+            "00007:\tsrcndx: 21, paddr: 0x8, flags 0x0, fcnndx: 25",
         ):
             with self.subTest(row):
                 self.assertIn(f"\n{row}\n", text)
