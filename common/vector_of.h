@@ -73,7 +73,8 @@ public:
     void sort() const
     {
         vector_sort(v_, [](const void *left, const void *right) -> int {
-            return Compare(from_word<T>(*static_cast<const word *>(left)), from_word<T>(*static_cast<const word *>(right)));
+            return Compare(from_word<T>(*static_cast<const word *>(left)),
+                           from_word<T>(*static_cast<const word *>(right)));
         });
     }
 

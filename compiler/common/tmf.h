@@ -114,10 +114,10 @@ tmf_segment *tmf_add_segment(const tmf_segment &record);
 void tmf_append_note(const char *name, std::uint32_t length, const std::uint8_t *bytes);
 
 // Queries; new vectors, which the caller frees, empty while the store is not valid.
-vector_of<tmf_psect *> tmf_psects();      // object by object
-vector_of<tmf_segment *> tmf_segments();  // in list order, not that of the file
-vector_of<tmf_symbol *> tmf_symbols();    // likewise
-vector_of<tmf_note *> tmf_notes();        // likewise
+vector_of<tmf_psect *> tmf_psects();     // object by object
+vector_of<tmf_segment *> tmf_segments(); // in list order, not that of the file
+vector_of<tmf_symbol *> tmf_symbols();   // likewise
+vector_of<tmf_note *> tmf_notes();       // likewise
 vector_of<const char *> tmf_line_objects();
 vector_of<tmf_line *> tmf_lines_of(const char *object); // sorted once
 vector_of<tmf_split *> tmf_splits();                    // in the order of the file
