@@ -27,6 +27,11 @@ public:
         const std::string_view shown = text.substr(0, width);
         return padding(shown.size(), width, ' ').text(shown);
     }
+    // "%-<width>s": at the left.
+    dump_rows &left_field(std::string_view text, std::size_t width)
+    {
+        return this->text(text).padding(text.size(), width, ' ');
+    }
     // "%u", "%<width>u".
     dump_rows &number(std::uint32_t value, std::size_t width = 0) { return digits(value, DECIMAL, width, ' '); }
     // "%d", "%<width>d" of what is a signed number in 32 bits.
@@ -36,16 +41,24 @@ public:
     }
     // "%0<width>u".
     dump_rows &padded_number(std::uint32_t value, std::size_t width) { return digits(value, DECIMAL, width, '0'); }
-    // "%X".
-    dump_rows &hex(std::uint32_t value)
+    // "%X", "%<width>X", "%0<width>X".
+    dump_rows &hex(std::uint32_t value, std::size_t width = 0, char pad = ' ')
     {
         const std::size_t start = row_.size();
-        digits(value, HEXADECIMAL, 0, ' ');
+        digits(value, HEXADECIMAL, width, pad);
         for (std::size_t i = start; i < row_.size(); ++i) {
             row_[i] = row_[i] >= 'a' ? static_cast<char>(row_[i] - 'a' + 'A') : row_[i];
         }
         return *this;
     }
+    // "%-<width>X".
+    dump_rows &hex_left(std::uint32_t value, std::size_t width)
+    {
+        const std::size_t start = row_.size();
+        return hex(value).padding(row_.size() - start, width, ' ');
+    }
+    // "%x", "%0<width>x".
+    dump_rows &lower_hex(std::uint32_t value, std::size_t width = 0) { return digits(value, HEXADECIMAL, width, '0'); }
     void end_row()
     {
         row_ += '\n';

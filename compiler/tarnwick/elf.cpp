@@ -14,6 +14,7 @@
 #include "compiler/common/tmf.h"
 #include "compiler/tarnwick/dwarf.h"
 #include "compiler/tarnwick/dwarf_accessors.h"
+#include "compiler/tarnwick/elf_dump.h"
 #include "compiler/tarnwick/elf_layout.h"
 #include "compiler/tarnwick/elf_osabi.h"
 #include "compiler/tarnwick/encdec.h"
@@ -634,7 +635,7 @@ const format_descriptor format_elf = {
     .identify = elf_identify,
     .read = elf_read,
     .write = elf_write,
-    .dump = format_no_dump,
+    .dump = elf_dump,
     .name = "ELF/DWARF",
     .key = "elf",
     .ext = "elf",

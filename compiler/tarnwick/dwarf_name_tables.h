@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+// The names of DWARF constants, one table for each class of them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+struct dwarf_name_row {
+    std::uint32_t value = 0;
+    const char *name = nullptr; // without "DW_" and the class word; null in the last row
+};
+
+struct dwarf_name_table {
+    const char *class_word = nullptr;
+    std::uint32_t user_low = 0; // both 0 if the class has no user range
+    std::uint32_t user_high = 0;
+    std::span<const dwarf_name_row> rows; // ascending, but for the last one
+};
+
+extern const dwarf_name_table dwarf_tag_names;
+extern const dwarf_name_table dwarf_attribute_names;
+extern const dwarf_name_table dwarf_form_names;
+extern const dwarf_name_table dwarf_operator_names;
+extern const dwarf_name_table dwarf_frame_names;
+extern const dwarf_name_table dwarf_line_names;
+extern const dwarf_name_table dwarf_extended_line_names;
+extern const dwarf_name_table dwarf_macinfo_names;
+
+// The name in a static buffer, which the next call overwrites; an unknown value in the form "?? 0x%08X".
+std::string_view dwarf_name(const dwarf_name_table &table, std::uint32_t value, bool with_prefix);
+// The same, padded with blanks up to `width`, and 128 at the most.
+std::string_view dwarf_name_padded(const dwarf_name_table &table, std::uint32_t value, bool with_prefix,
+                                   std::size_t width);
