@@ -6,6 +6,8 @@
 #include <array>
 #include <limits>
 
+#include "common/ascii.h"
+
 namespace {
 
 constexpr std::uint8_t NO_DIGIT = 0xFF;
@@ -32,11 +34,6 @@ constexpr std::array<std::uint8_t, 256> DIGIT_VALUES = make_digit_values();
 std::uint8_t digit_value(char c)
 {
     return DIGIT_VALUES[static_cast<unsigned char>(c)];
-}
-
-bool is_space(char c)
-{
-    return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
 // What stands in a text, before the target type is known.

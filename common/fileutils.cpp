@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/ascii.h"
 #include "common/osdep.h"
 #include "common/stringcache.h"
 #include "common/trace.h"
@@ -130,11 +131,6 @@ constexpr std::string_view P1_START = "Version";
 constexpr std::string_view P1_NAME = "Orbell Software Intermediate Code";
 constexpr std::size_t P1_READ = 60;
 constexpr std::size_t P1_TOO_SHORT = 41;
-
-bool is_letter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
 
 // ---- Libraries: a header, an index entry for each module, and the modules.
 

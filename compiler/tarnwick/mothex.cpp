@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "common/ascii.h"
 #include "common/linereader.h"
 #include "compiler/tarnwick/format.h"
 #include "compiler/tarnwick/hexdigits.h"
@@ -43,11 +44,6 @@ constexpr std::array<record_kind, 10> record_kinds = {{
     {record_use::START, 3}, // S8
     {record_use::START, 2}, // S9
 }};
-
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 
 std::uint32_t read_address(std::string_view line, std::uint32_t bytes)
 {

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "common/alert.h"
+#include "common/ascii.h"
 #include "common/catalogue.h"
 #include "common/convert.h"
 #include "common/osdep.h"
@@ -55,11 +56,6 @@ constexpr std::size_t REPORT_BUFFER_SIZE = 512;
 int error_format_mode = 0;
 std::int32_t warning_level = 0;
 memory_space *memory_description = nullptr; // of -s; nothing reads it
-
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 
 char lower(char c)
 {

@@ -20,6 +20,7 @@
 #include <tuple>
 
 #include "common/alloc.h"
+#include "common/ascii.h"
 #include "common/convert.h"
 #include "common/distinct_sort.h"
 #include "common/fileutils.h"
@@ -323,11 +324,6 @@ private:
     hash_of<const char *, std::uint32_t> numbers_;
     std::uint32_t entered_ = 0; // segments of the list that are in `numbers_`
 };
-
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 
 class symbol_file_reader {
 public:

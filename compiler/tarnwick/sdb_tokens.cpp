@@ -5,13 +5,9 @@
 #include "common/alloc.h"
 #include "compiler/tarnwick/sdb_reader.h"
 
-namespace {
+#include "common/ascii.h"
 
-// `isspace` of the C locale.
-bool is_space(char c)
-{
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
+namespace {
 
 bool is_line_end(char c)
 {

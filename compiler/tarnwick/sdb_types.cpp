@@ -9,6 +9,7 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
+#include "common/ascii.h"
 #include "common/convert.h"
 #include "common/stringcache.h"
 #include "common/trace.h"
@@ -18,21 +19,6 @@ namespace {
 
 constexpr std::uint32_t MESSAGE_NO_MEMORY = 294;
 constexpr int DECIMAL = 10;
-
-bool is_upper(char c)
-{
-    return c >= 'A' && c <= 'Z';
-}
-
-bool is_lower(char c)
-{
-    return c >= 'a' && c <= 'z';
-}
-
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 
 // One prefix of a type string.
 struct type_prefix {

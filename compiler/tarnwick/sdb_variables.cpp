@@ -6,6 +6,7 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
+#include "common/ascii.h"
 #include "common/convert.h"
 #include "common/trace.h"
 #include "compiler/tarnwick/model.h"
@@ -54,11 +55,6 @@ sclass storage_class(char letter)
     default:
         return sc_null;
     }
-}
-
-bool is_letter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
 std::uint32_t default_data_space()
