@@ -294,7 +294,7 @@ void put_formatted_line(layout kind, std::uint32_t number, const char *text)
 void print_output()
 {
     const char *line = output.finish();
-    if ((gDebugMask & TRACE_ALERTS) != 0) {
+    if (tracing(TRACE_ALERTS)) {
         trace_alert(line);
     }
     std::fputs(line, stderr);
@@ -347,6 +347,7 @@ void run_hook()
 }
 
 // An error that finds the limit reached is not itself printed.
+// NOLINTNEXTLINE(misc-no-recursion): the report that the limit is reached is no error
 void count_error()
 {
     const bool is_over = std::int64_t{error_count} >= std::int64_t{max_errors};
@@ -460,7 +461,7 @@ int alert_report(alert_form form, std::uint32_t number, std::span<const format_a
     return 1;
 }
 
-void alert_text(const char *severity, const char *format, ...)
+void alert_text(const char *severity, const char *format, ...) // NOLINT(misc-no-recursion): see count_error
 {
     begin_report();
     const char letter = static_cast<char>(severity[0] >= 'A' && severity[0] <= 'Z' ? severity[0] | 0x20 : severity[0]);

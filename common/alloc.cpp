@@ -2,9 +2,12 @@
 // Allocation that cannot fail for its caller, and the arena of what lives until the process ends.
 #include "common/alloc.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <new>
+
+#include <sys/mman.h>
 
 #include "common/alert.h"
 
@@ -22,36 +25,34 @@ constexpr std::uint32_t MESSAGE_OUT_OF_MEMORY = 296;
 // No object is larger; a request above it is refused before the C library is asked.
 constexpr std::size_t MAX_SIZE = std::numeric_limits<std::ptrdiff_t>::max();
 
+// Given back when memory runs out, so that the report and the end of the run have what they need.
+constexpr std::size_t RESERVE_SIZE = std::size_t{2} << 20;
+void *reserve = nullptr;
+
 [[noreturn]] void out_of_memory()
 {
-    // The report may itself run out of memory; the second time there is nothing left to say.
     static bool reported = false;
-    if (!reported) {
+    if (reported) {
+        std::fputs("out of memory\n", stderr); // the report itself, or the end of the run, found none
+    } else {
         reported = true;
+        std::free(reserve);
         alert(MESSAGE_OUT_OF_MEMORY);
     }
     // A catalogue may have lowered the message, but no caller can go on without its memory.
-    std::abort();
+    alert_exit(EXIT_FAILURE);
 }
 
-// Blocks are linked, so that what lies in them counts as reachable to a leak checker.
+// Blocks of single requests are linked, so that they count as reachable to a leak checker.
 struct arena_block {
     arena_block *next;
 };
 
-constexpr std::size_t ARENA_BLOCK_SIZE = 256 * std::size_t{1024};
+constexpr std::size_t ARENA_BLOCK_SIZE = 512 * std::size_t{1024};
 // A request above this gets a block of its own, so that at most a quarter of a block is ever wasted.
 constexpr std::size_t ARENA_OWN_BLOCK = ARENA_BLOCK_SIZE / 4;
-#if defined(ADDRESS_SANITIZER)
-// Under the address sanitizer every request stands alone, so that it sees an overrun.
-constexpr bool ARENA_SHARES_BLOCKS = false;
-#else
-constexpr bool ARENA_SHARES_BLOCKS = true;
-#endif
 
 arena_block *arena_blocks = nullptr;
-char *arena_free = nullptr; // what is left of the shared block
-char *arena_end = nullptr;
 
 // The first `size` bytes of a new zero-filled block.
 char *arena_new_block(std::size_t size)
@@ -62,12 +63,31 @@ char *arena_new_block(std::size_t size)
     return reinterpret_cast<char *>(block + 1);
 }
 
+// Another block for small requests to share. The host's fresh pages are filled with zeros already.
+char *arena_shared_block()
+{
+    void *block = ::mmap(nullptr, ARENA_BLOCK_SIZE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (block == MAP_FAILED) [[unlikely]] {
+        out_of_memory();
+    }
+    return static_cast<char *>(block);
+}
+
 std::size_t padding_to(const char *address, std::size_t align)
 {
     return (align - reinterpret_cast<std::uintptr_t>(address) % align) % align;
 }
 
 } // namespace
+
+#if defined(ADDRESS_SANITIZER)
+const bool arena_shares_blocks = false;
+#else
+const bool arena_shares_blocks = true;
+#endif
+
+char *arena_free = nullptr;
+char *arena_end = nullptr;
 
 void *xalloc(std::size_t size)
 {
@@ -87,27 +107,23 @@ void *xrealloc(void *memory, std::size_t size)
     return moved;
 }
 
-void *xarena(std::size_t size, std::size_t align)
+// NOLINTNEXTLINE(misc-no-recursion): a new block has room
+void *xarena_slow(std::size_t size, std::size_t align)
 {
     if (size > MAX_SIZE - sizeof(arena_block) - align) [[unlikely]] {
         out_of_memory();
     }
-    if (!ARENA_SHARES_BLOCKS || size + align > ARENA_OWN_BLOCK) {
+    if (!arena_shares_blocks || size + align > ARENA_OWN_BLOCK) {
         char *block = arena_new_block(size + align - 1);
         return block + padding_to(block, align);
     }
-    std::size_t padding = padding_to(arena_free, align);
-    if (size + padding > static_cast<std::size_t>(arena_end - arena_free)) {
-        arena_free = arena_new_block(ARENA_BLOCK_SIZE);
-        arena_end = arena_free + ARENA_BLOCK_SIZE;
-        padding = padding_to(arena_free, align);
-    }
-    char *memory = arena_free + padding;
-    arena_free = memory + size;
-    return memory;
+    arena_free = arena_shared_block();
+    arena_end = arena_free + ARENA_BLOCK_SIZE;
+    return xarena(size, align);
 }
 
 void xalloc_report_all()
 {
+    reserve = std::malloc(RESERVE_SIZE);
     std::set_new_handler(out_of_memory);
 }

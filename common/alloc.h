@@ -15,21 +15,49 @@ void *xrealloc(void *memory, std::size_t size);
 
 // Zero-filled memory from large blocks that live until the process ends and are never released: for records and
 // names of the model. `align` is a power of two. Raises fatal message 296.
-void *xarena(std::size_t size, std::size_t align);
+inline void *xarena(std::size_t size, std::size_t align);
+
+// Whether requests share blocks. Under the address sanitizer every request stands alone, so that it sees an overrun.
+extern const bool arena_shares_blocks;
+
+// What is left of the block that small requests share, and the way to more.
+extern char *arena_free;
+extern char *arena_end;
+void *xarena_slow(std::size_t size, std::size_t align);
+
+// NOLINTNEXTLINE(misc-no-recursion): the slow way comes back with a block that has room
+inline void *xarena(std::size_t size, std::size_t align)
+{
+    const std::size_t padding = (0 - reinterpret_cast<std::uintptr_t>(arena_free)) & (align - 1);
+    const auto left = static_cast<std::size_t>(arena_end - arena_free);
+    if (padding > left || size > left - padding) [[unlikely]] {
+        return xarena_slow(size, align);
+    }
+    char *memory = arena_free + padding;
+    arena_free = memory + size;
+    return memory;
+}
 
 // Lets allocations of the C++ library fail with the same report. To be called at start-up.
 void xalloc_report_all();
+
+// A record in memory that came from elsewhere.
+template <typename T>
+T *place_record(void *memory, const T &value = {})
+{
+    return ::new (memory) T(value);
+}
 
 // A record that lives until the process ends.
 template <typename T>
 T *xnew()
 {
     static_assert(std::is_trivially_destructible_v<T>);
-    return ::new (xarena(sizeof(T), alignof(T))) T{};
+    return place_record<T>(xarena(sizeof(T), alignof(T)));
 }
 template <typename T>
 T *xnew(const T &value)
 {
     static_assert(std::is_trivially_destructible_v<T>);
-    return ::new (xarena(sizeof(T), alignof(T))) T(value);
+    return place_record<T>(xarena(sizeof(T), alignof(T)), value);
 }

@@ -5,18 +5,48 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "common/quicksort.h"
 #include "common/vector_of.h"
 
+// Merges ascending runs, pair by pair, until one is left. Inputs are made of few of them: a linker lists modules, a
+// module its functions, and each of these ascends.
+template <typename T, typename Before>
+void merge_runs(std::vector<T> *items, Before before)
+{
+    std::vector<std::size_t> starts; // of the runs, and the end of the last
+    for (std::size_t i = 0; i < items->size(); ++i) {
+        if (i == 0 || before((*items)[i], (*items)[i - 1])) {
+            starts.push_back(i);
+        }
+    }
+    starts.push_back(items->size());
+    std::vector<T> merged(starts.size() > 2 ? items->size() : 0);
+    while (starts.size() > 2) {
+        std::size_t kept = 0;
+        for (std::size_t run = 0; run + 1 < starts.size(); run += 2) {
+            const auto at = [&](std::size_t i) {
+                return items->begin() + static_cast<std::ptrdiff_t>(starts[std::min(i, starts.size() - 1)]);
+            };
+            const auto out = merged.begin() + static_cast<std::ptrdiff_t>(starts[run]);
+            std::merge(at(run), at(run + 1), at(run + 1), at(run + 2), out, before);
+            starts[kept++] = starts[run];
+        }
+        starts[kept++] = items->size();
+        starts.resize(kept);
+        items->swap(merged);
+    }
+}
+
 // Puts records in the order of `Compare`, an `int (const T *, const T *)`. False, with any order of equal records, when
 // there are such.
 template <auto Compare, typename T>
 bool sort_distinct(std::vector<T *> *records)
 {
-    std::sort(records->begin(), records->end(), [](const T *left, const T *right) { return Compare(left, right) < 0; });
+    merge_runs(records, [](const T *left, const T *right) { return Compare(left, right) < 0; });
     return std::adjacent_find(records->begin(), records->end(), [](const T *left, const T *right) {
                return Compare(left, right) == 0;
            }) == records->end();

@@ -17,22 +17,30 @@ constexpr std::size_t TRUSTED_SIZE = std::size_t{64} * 1024 * 1024;
 constexpr std::size_t SMALLEST_PIECE = 512;
 
 // A good size for a first buffer that takes the rest of `stream`: one more than what is left, so that the end shows at
-// the first reading. Streams that are no regular files take a whole piece.
+// the first reading.
+std::size_t first_piece(std::FILE *stream)
+{
+    struct stat status = {};
+    if (::fstat(::fileno(stream), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return READ_PIECE;
+    }
+    // A file without a rest stands at its end, or the host does not tell its size.
+    return std::max(SMALLEST_PIECE, size_of_rest(stream) + 1);
+}
+
+} // namespace
+
 std::size_t size_of_rest(std::FILE *stream)
 {
     struct stat status = {};
     const off_t position = ::ftello(stream);
-    if (position < 0 || ::fstat(::fileno(stream), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return READ_PIECE;
+    if (position < 0 || ::fstat(::fileno(stream), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size <= position) {
+        return 0;
     }
-    if (status.st_size <= position) {
-        return SMALLEST_PIECE; // at its end, or a file whose size the host does not tell
-    }
-    const auto rest = static_cast<std::uintmax_t>(status.st_size - position);
-    return std::max(SMALLEST_PIECE, static_cast<std::size_t>(std::min<std::uintmax_t>(rest, TRUSTED_SIZE)) + 1);
+    return static_cast<std::size_t>(
+        std::min<std::uintmax_t>(static_cast<std::uintmax_t>(status.st_size - position), TRUSTED_SIZE));
 }
-
-} // namespace
 
 line_reader::line_reader(std::FILE *stream, std::size_t limit) : stream_(stream), limit_(limit) {}
 
@@ -72,7 +80,7 @@ bool line_reader::fill()
         return false;
     }
     if (buffer_.empty()) {
-        buffer_.resize(std::min(size_of_rest(stream_), READ_PIECE));
+        buffer_.resize(std::min(first_piece(stream_), READ_PIECE));
     } else if (begin_ > 0) {
         std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
         end_ -= begin_;
@@ -89,7 +97,7 @@ bool line_reader::fill()
 
 std::vector<char> read_rest(std::FILE *stream)
 {
-    std::vector<char> content(size_of_rest(stream));
+    std::vector<char> content(first_piece(stream));
     std::size_t length = 0;
     for (;;) {
         const std::size_t room = content.size() - length;

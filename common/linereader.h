@@ -27,5 +27,8 @@ private:
     bool at_end_ = false;
 };
 
+// Bytes that a regular file still holds, as far as its size is believed; 0 for any other stream.
+std::size_t size_of_rest(std::FILE *stream);
+
 // The rest of a stream.
 std::vector<char> read_rest(std::FILE *stream);

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -12,6 +13,7 @@
 #include <string_view>
 #include <system_error>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -284,6 +286,25 @@ bool is_directory(const char *path)
     return file_status(path, &status) && S_ISDIR(status.st_mode);
 }
 
+bool is_regular_file(const char *path)
+{
+    struct stat status = {};
+    return file_status(path, &status) && S_ISREG(status.st_mode);
+}
+
+void prepare_streams()
+{
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
+            // The lowest number that is free is this one.
+            [[maybe_unused]] const int taken = ::open(NULL_DEVICE, descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
+    for (const int number : {SIGPIPE, SIGXFSZ}) {
+        std::signal(number, SIG_IGN);
+    }
+}
+
 std::FILE *file_open(const char *path, const char *mode)
 {
     if (path == nullptr) {
@@ -324,6 +345,11 @@ int file_remove(const char *path)
     return ::unlink(host_name(path).c_str());
 }
 
+char *file_host_name(const char *path)
+{
+    return path != nullptr ? new_text(host_name(path).c_str()) : nullptr;
+}
+
 void file_close_input(std::FILE *stream)
 {
     if (stream == nullptr) {
@@ -336,7 +362,7 @@ void file_close_input(std::FILE *stream)
     }
 }
 
-long long output_time()
+std::optional<long long> fixed_output_time()
 {
     const char *epoch = std::getenv("SOURCE_DATE_EPOCH");
     if (epoch != nullptr && *epoch >= '0' && *epoch <= '9') {
@@ -347,5 +373,10 @@ long long output_time()
             return seconds;
         }
     }
-    return static_cast<long long>(std::time(nullptr));
+    return std::nullopt;
+}
+
+long long output_time()
+{
+    return fixed_output_time().value_or(static_cast<long long>(std::time(nullptr)));
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdio>
+#include <optional>
 
 constexpr bool path_is_separator(char c)
 {
@@ -24,14 +25,21 @@ char *working_directory();
 
 bool file_exists(const char *path); // false for null
 bool is_directory(const char *path);
+bool is_regular_file(const char *path);
+
+// To be called at start-up. A standard stream that came closed gets a descriptor on which its use fails, so that no file
+// takes its number. A pipe whose reader has gone, and a file at the host's limit of size, are failed writes from here on.
+void prepare_streams();
 
 // Opening files. A name that holds `\` is tried as it stands and, when there is no such file, with every `\` turned into
 // `/`, so that names from a Windows tool chain work here. `errno` is that of the last attempt.
 std::FILE *file_open(const char *path, const char *mode);
 std::FILE *file_reopen(const char *path, const char *mode, std::FILE *stream);
 int file_remove(const char *path);
+char *file_host_name(const char *path); // what the operations above open for `path`
 // Ends the use of an input. A standard stream is left open on an empty file, so that it can be reopened later.
 void file_close_input(std::FILE *stream);
 
 // The time that is written to files: `SOURCE_DATE_EPOCH` when it holds a decimal number, else the clock.
 long long output_time();
+std::optional<long long> fixed_output_time(); // the variable's alone

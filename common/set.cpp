@@ -4,8 +4,8 @@
 
 #include <bit>
 #include <limits>
-#include <new>
 
+#include "common/alloc.h"
 #include "common/check.h"
 #include "common/freecache.h"
 #include "common/skiplist.h"
@@ -34,7 +34,7 @@ freecache *cache_of()
 template <typename Record>
 Record *take()
 {
-    return ::new (freecache_get(cache_of<Record>())) Record{};
+    return place_record<Record>(freecache_get(cache_of<Record>()));
 }
 
 template <typename Record>

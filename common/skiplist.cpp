@@ -240,7 +240,7 @@ void account_insertion(const skiplist *list)
 
 skiplist *skiplist_new(hash_function hash, key_compare compare, key_printer printer, birth_place where)
 {
-    auto *list = ::new (xalloc(sizeof(skiplist))) skiplist{};
+    auto *list = place_record<skiplist>(xalloc(sizeof(skiplist)));
     list->head = new_node(MAX_LEVELS);
     list->head->order = 1;
     list->hash = hash != nullptr ? hash : hash_low_bits;

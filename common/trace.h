@@ -29,6 +29,23 @@ enum assert_mode : std::uint32_t {
 extern std::uint32_t gDebugMask;
 extern std::uint32_t gAssertMode;
 
+// A build without the calls exists only to be measured against; every other build has them.
+#ifndef TARN_TRACE_CALLS
+#define TARN_TRACE_CALLS 1
+#endif
+inline constexpr bool TRACE_CALLS = TARN_TRACE_CALLS != 0;
+
+// One test of a bit: what a call site costs while its classes are off.
+inline bool tracing(std::uint32_t classes)
+{
+    return TRACE_CALLS && (gDebugMask & classes) != 0;
+}
+
+inline bool asserting()
+{
+    return TRACE_CALLS && gAssertMode != ASSERT_IGNORE;
+}
+
 // What the trace file's owner does for the calls below. `format` may be null in enter and exit.
 struct trace_sink {
     void (*line)(const char *file, int line, const char *format, std::va_list arguments);
@@ -42,12 +59,14 @@ struct trace_sink {
 };
 void trace_install(const trace_sink *sink);
 
-// A formatted trace line, and one with no formatting. Both split at newlines.
-void tracef(const char *file, int line, const char *format, ...) PRINTF_LIKE(3, 4);
-void trace(const char *file, int line, const char *text);
+// A formatted trace line, and one with no formatting. Both split at newlines. Compilers keep cold calls out of the way.
+[[gnu::cold]] void tracef(const char *file, int line, const char *format, ...) PRINTF_LIKE(3, 4);
+[[gnu::cold]] void trace(const char *file, int line, const char *text);
 // Function entry and exit; the depth of calls indents what lies between. `format` may be null.
-void trace_enter(const char *file, int line, const char *function, const char *format, ...) PRINTF_LIKE(4, 5);
-void trace_exit(const char *file, int line, const char *function, const char *format, ...) PRINTF_LIKE(4, 5);
+[[gnu::cold]] void trace_enter(const char *file, int line, const char *function, const char *format, ...)
+    PRINTF_LIKE(4, 5);
+[[gnu::cold]] void trace_exit(const char *file, int line, const char *function, const char *format, ...)
+    PRINTF_LIKE(4, 5);
 // A line without position or indentation, as the master list reports need it.
 void trace_raw(const char *format, ...) PRINTF_LIKE(1, 2);
 void trace_raw_text(const char *text);
@@ -55,12 +74,12 @@ void trace_raw_text(const char *text);
 void trace_alert(const char *text);
 
 // A failed assertion: `expression` is the text that is reported. Does nothing under ASSERT_IGNORE.
-void db_assert(const char *expression, const char *file, int line);
+[[gnu::cold]] void db_assert(const char *expression, const char *file, int line);
 
-// One test of a bit while tracing is off.
+// Nothing is formatted before the test.
 #define TRACEF(classes, ...)                                                                                           \
     do {                                                                                                               \
-        if ((gDebugMask & static_cast<std::uint32_t>(classes)) != 0) {                                                 \
+        if (tracing(static_cast<std::uint32_t>(classes))) [[unlikely]] {                                               \
             tracef(__FILE__, __LINE__, __VA_ARGS__);                                                                   \
         }                                                                                                              \
     } while (0)
@@ -68,7 +87,7 @@ void db_assert(const char *expression, const char *file, int line);
 // The condition is evaluated only when assertions are on; `text` is what a failure reports.
 #define DB_ASSERT(condition, text)                                                                                     \
     do {                                                                                                               \
-        if (gAssertMode != ASSERT_IGNORE && !(condition)) {                                                            \
+        if (asserting() && !(condition)) [[unlikely]] {                                                                \
             db_assert(text, __FILE__, __LINE__);                                                                       \
         }                                                                                                              \
     } while (0)
@@ -77,7 +96,7 @@ void db_assert(const char *expression, const char *file, int line);
 class trace_scope {
 public:
     trace_scope(std::uint32_t classes, const char *function, birth_place where = birth_place::here())
-        : function_((gDebugMask & classes) != 0 ? function : nullptr), where_(where)
+        : function_(tracing(classes) ? function : nullptr), where_(where)
     {
         if (function_ != nullptr) {
             trace_enter(where_.file, where_.line, function_, nullptr);

@@ -384,7 +384,7 @@ private:
                 return row;
             }
         }
-        auto *row = ::new (xalloc(sizeof(summary_row))) summary_row{.next = first_, .born = born};
+        auto *row = place_record(xalloc(sizeof(summary_row)), summary_row{.next = first_, .born = born});
         first_ = row;
         return row;
     }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <string_view>
 
@@ -42,6 +43,21 @@ void set_report_position()
     alert_set_position(tmf_path, &tmf_line_number);
 }
 
+// Most tokens are short; the rest are paths.
+const char *token_end(const char *position, const char *end)
+{
+    constexpr std::ptrdiff_t SHORT_TOKEN = 12;
+    const char *const short_end = position + std::min(end - position, SHORT_TOKEN);
+    while (position != short_end && *position != ' ') {
+        position++;
+    }
+    if (position != short_end || position == end) {
+        return position;
+    }
+    const void *blank = std::memchr(position, ' ', static_cast<std::size_t>(end - position));
+    return blank != nullptr ? static_cast<const char *>(blank) : end;
+}
+
 // Only the blank separates: a tab is part of a token.
 void split_tokens(std::string_view line)
 {
@@ -56,9 +72,7 @@ void split_tokens(std::string_view line)
             return;
         }
         const char *begin = position;
-        while (position != end && *position != ' ') {
-            position++;
-        }
+        position = token_end(position, end);
         tmf_currtoks.token[tmf_currtoks.count++] = std::string_view(begin, static_cast<std::size_t>(position - begin));
     }
 }

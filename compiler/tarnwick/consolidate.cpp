@@ -100,7 +100,7 @@ void cut_at_bounds(tarn_data *dp, const tarn_segment *seg)
 
 tarn_segment *add_stray_segment(const tarn_data *dp)
 {
-    tarn_segment *seg = xnew<tarn_segment>();
+    auto *seg = xnew<tarn_segment>();
     seg->sg_index = seg_list.count() + 1;
     seg->sg_name = str_printf("_stray_data_%u_", stray_count++);
     seg->sg_addr = dp->da_addr;
@@ -189,12 +189,20 @@ std::uint32_t run_end(std::uint32_t first)
     return i;
 }
 
-// Lets the block at `first` hold the bytes of all up to `behind`.
+// Lets the block at `first` hold the bytes of all up to `behind`. Those of an image mostly lie behind each other already.
 void join_run(std::uint32_t first, std::uint32_t behind)
 {
+    tarn_data *joined = data_list.get(first);
     std::size_t size = 0;
+    bool contiguous = true;
     for (std::uint32_t i = first; i < behind; ++i) {
-        size += data_list.get(i)->da_len;
+        const tarn_data *dp = data_list.get(i);
+        contiguous = contiguous && dp->da_bytes == joined->da_bytes + size;
+        size += dp->da_len;
+    }
+    if (contiguous) {
+        joined->da_len = static_cast<std::uint32_t>(size);
+        return;
     }
     auto *bytes = static_cast<std::uint8_t *>(xarena(size, 1));
     std::uint8_t *out = bytes;
@@ -205,8 +213,8 @@ void join_run(std::uint32_t first, std::uint32_t behind)
             out += dp->da_len;
         }
     }
-    data_list.get(first)->da_bytes = bytes;
-    data_list.get(first)->da_len = static_cast<std::uint32_t>(size);
+    joined->da_bytes = bytes;
+    joined->da_len = static_cast<std::uint32_t>(size);
 }
 
 // Merges blocks that touch. The result is the sum of all lengths but that of the first block: the report has always left
@@ -236,7 +244,7 @@ std::uint32_t merge_blocks()
 
 void trace_segments(const char *title)
 {
-    if ((gDebugMask & TRACE_ON) == 0) {
+    if (!tracing(TRACE_ON)) {
         return;
     }
     TRACEF(TRACE_ON, "%s", title);
@@ -404,7 +412,7 @@ void split_data(tarn_data *dp, std::int64_t count)
     const auto cut = static_cast<std::uint32_t>(split_bytes);
     const std::uint32_t rest = dp->da_len - cut;
     const tarn_data whole = *dp;
-    tarn_data *piece = xnew<tarn_data>();
+    auto *piece = xnew<tarn_data>();
     piece->da_len = cut;
     dp->da_len = rest;
     if (head) {

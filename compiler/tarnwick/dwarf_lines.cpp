@@ -8,6 +8,7 @@
 #include <optional>
 #include <tuple>
 
+#include "common/distinct_sort.h"
 #include "common/osdep.h"
 #include "common/stringcache.h"
 #include "compiler/tarnwick/dwarf.h"
@@ -32,34 +33,31 @@ bool by_address(const line_key &left, const line_key &right)
     return std::tie(left.address, left.line, left.file) < std::tie(right.address, right.line, right.file);
 }
 
-bool by_file(const line_key &left, const line_key &right)
-{
-    return std::tie(left.file, left.address, left.line) < std::tie(right.file, right.address, right.line);
-}
-
 // The lines of each file, in the order of their addresses.
 class lines_of_files {
 public:
-    lines_of_files()
+    lines_of_files() : lines_(std::size_t{file_list.count()} + 1)
     {
-        lines_.reserve(line_list.count());
         for (const tarn_line *lp : each(line_list)) {
-            lines_.push_back({lp->ln_addr, lp->ln_line, lp->ln_file});
+            if (lp->ln_file < lines_.size()) {
+                lines_[lp->ln_file].push_back({lp->ln_addr, lp->ln_line, lp->ln_file});
+            }
         }
-        std::sort(lines_.begin(), lines_.end(), by_file);
+        for (std::vector<line_key> &lines : lines_) {
+            merge_runs(&lines, by_address);
+        }
     }
 
     void append_lines_of(std::uint32_t file, std::vector<line_key> *to) const
     {
-        const auto first =
-            std::partition_point(lines_.begin(), lines_.end(), [file](const line_key &key) { return key.file < file; });
-        const auto last =
-            std::partition_point(first, lines_.end(), [file](const line_key &key) { return key.file == file; });
-        to->insert(to->end(), first, last);
+        if (file < lines_.size()) {
+            const std::vector<line_key> &lines = lines_[file];
+            to->insert(to->end(), lines.begin(), lines.end());
+        }
     }
 
 private:
-    std::vector<line_key> lines_;
+    std::vector<std::vector<line_key>> lines_; // by file; those of 0 belong to none
 };
 
 std::optional<lines_of_files> run_lines;
@@ -76,7 +74,7 @@ std::vector<line_key> lines_of_unit(const std::unordered_map<std::uint32_t, std:
     for (const auto &[file, place] : place_of_file) {
         lines.append_lines_of(file, &result);
     }
-    std::sort(result.begin(), result.end(), by_address);
+    merge_runs(&result, by_address);
     return result;
 }
 

@@ -276,7 +276,7 @@ bool elf_file::put(const void *bytes, std::size_t size)
 void elf_file::seek(std::uint64_t position)
 {
     if (position != position_) {
-        fseeko(out_.eo_stream, static_cast<off_t>(position), SEEK_SET);
+        write_failed_ |= fseeko(out_.eo_stream, static_cast<off_t>(position), SEEK_SET) != 0; // in a pipe, for one
         position_ = position;
     }
 }
@@ -377,11 +377,11 @@ void elf_file::write_segments()
     const by_segment<const tarn_data> blocks = blocks_by_segment();
     elf_add_symbols(&out_, 0, symbols.of(0));
     const std::uint32_t count = seg_list.count();
-    for (std::uint32_t position = 0; position < count; ++position) {
-        const tarn_segment *seg = seg_list.get(position);
-        write_segment(position, seg, blocks.of(position + 1));
+    for (std::uint32_t index = 0; index < count; ++index) {
+        const tarn_segment *seg = seg_list.get(index);
+        write_segment(index, seg, blocks.of(index + 1));
         if (seg->sg_index != 0) { // symbols of no segment are absolute, also when a segment bears the number 0
-            elf_add_symbols(&out_, position + 1, symbols.of(seg->sg_index));
+            elf_add_symbols(&out_, index + 1, symbols.of(seg->sg_index));
         }
     }
     seek(off_);

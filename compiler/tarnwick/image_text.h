@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <string_view>
 
+inline constexpr std::size_t DIGITS_PER_BYTE = 2;
+
 // Characters that one read of a line takes; what a longer line has left counts as a line of its own.
 inline constexpr std::size_t IMAGE_LINE_LIMIT = 511;
 

@@ -6,13 +6,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 // Data bytes on one line of any image this program writes.
 inline constexpr std::uint32_t IMAGE_LINE_BYTES = 16;
 
 // The two digits of each byte value, upper case.
-inline constexpr std::array<std::array<char, 2>, 256> hex_pairs = [] {
+inline constexpr std::array<std::array<char, 2>, 256> hex_pairs = []() {
     constexpr char DIGITS[] = "0123456789ABCDEF";
     std::array<std::array<char, 2>, 256> pairs{};
     for (std::size_t i = 0; i < pairs.size(); ++i) {
@@ -47,9 +48,8 @@ public:
     static char *put_byte(char *p, std::uint32_t value)
     {
         const std::array<char, 2> pair = hex_pairs[value & 0xFF];
-        p[0] = pair[0];
-        p[1] = pair[1];
-        return p + 2;
+        std::memcpy(p, pair.data(), pair.size());
+        return p + pair.size();
     }
     // The `count` low bytes of a value, the highest first; adds them to `sum`.
     static char *put_number(char *p, std::uint32_t value, std::uint32_t count, std::uint32_t *sum)
@@ -63,10 +63,12 @@ public:
     }
     static char *put_bytes(char *p, const std::uint8_t *bytes, std::uint32_t count, std::uint32_t *sum)
     {
+        std::uint32_t total = 0; // not *sum: for all the compiler knows, p could point to that
         for (std::uint32_t i = 0; i < count; ++i) {
-            *sum += bytes[i];
+            total += bytes[i];
             p = put_byte(p, bytes[i]);
         }
+        *sum += total;
         return p;
     }
 

@@ -119,6 +119,7 @@ bool ihex_identify(std::FILE *stream)
 bool ihex_read(std::FILE *stream, const char *path)
 {
     ihex_reader reader;
+    tarn_expect_data(size_of_rest(stream) / DIGITS_PER_BYTE);
     line_reader lines(stream, IMAGE_LINE_LIMIT);
     std::string_view line;
     std::uint32_t line_number = 0;

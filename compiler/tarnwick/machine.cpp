@@ -189,8 +189,9 @@ std::int32_t machine_register_index(const char *name)
         return -1;
     }
     const auto registers = machine->mc_registers;
-    const auto found = std::ranges::find_if(
-        registers, [name](const machine_register &row) { return std::strcmp(row.name, name) == 0; });
+    const auto found = std::ranges::find_if(registers, [name](const machine_register &row) {
+        return *row.name == *name && std::strcmp(row.name, name) == 0;
+    });
     return found != registers.end() ? static_cast<std::int32_t>(found - registers.begin()) : -1;
 }
 

@@ -42,6 +42,20 @@ constexpr std::uint32_t SYMBOLS_AT_FIRST = 100;
 constexpr std::uint32_t DATA_AT_FIRST = 100;
 constexpr std::uint32_t LINES_AT_FIRST = 100;
 
+std::uint8_t *expected_bytes = nullptr; // what is left of the memory for the bytes of an image
+std::size_t expected_size = 0;
+
+std::uint8_t *room_for(std::uint32_t length)
+{
+    if (length > expected_size) {
+        return static_cast<std::uint8_t *>(xarena(length, 1));
+    }
+    std::uint8_t *bytes = expected_bytes;
+    expected_bytes += length;
+    expected_size -= length;
+    return bytes;
+}
+
 tarn_file *file_at(std::uint32_t number)
 {
     return file_list.get(number - 1);
@@ -122,7 +136,7 @@ std::uint32_t tarn_add_file(const char *name)
     if (const tarn_file *known = files_by_name.get(key)) {
         return known->fl_index;
     }
-    tarn_file *fp = xnew<tarn_file>();
+    auto *fp = xnew<tarn_file>();
     fp->fl_name = key;
     fp->fl_index = file_list.push(fp) + 1;
     files_by_name.insert(key, fp);
@@ -131,7 +145,7 @@ std::uint32_t tarn_add_file(const char *name)
 
 tarn_symbol *tarn_add_symbol(const tarn_symbol &record)
 {
-    tarn_symbol *sp = xnew<tarn_symbol>(record);
+    auto *sp = xnew<tarn_symbol>(record);
     sp->sy_name = str_cache(record.sy_name);
     DB_ASSERT(sp->sy_name != nullptr, "sp != NULL");
     if (sp->sy_name == nullptr) {
@@ -150,7 +164,7 @@ tarn_symbol *tarn_add_symbol(const tarn_symbol &record)
 
 tarn_line *tarn_add_line(const tarn_line &record)
 {
-    tarn_line *lp = xnew<tarn_line>(record);
+    auto *lp = xnew<tarn_line>(record);
     if (tarn_file *fp = file_at(lp->ln_file)) {
         ++fp->fl_nlines;
     }
@@ -158,11 +172,17 @@ tarn_line *tarn_add_line(const tarn_line &record)
     return lp;
 }
 
+void tarn_expect_data(std::size_t size)
+{
+    expected_size = arena_shares_blocks ? size : 0;
+    expected_bytes = expected_size != 0 ? static_cast<std::uint8_t *>(xarena(expected_size, 1)) : nullptr;
+}
+
 tarn_data *tarn_add_data(std::uint32_t address, std::uint32_t length, const std::uint8_t *bytes, std::uint32_t segment)
 {
-    tarn_data *dp = xnew<tarn_data>({.da_addr = address, .da_len = length, .da_seg = segment});
+    auto *dp = xnew<tarn_data>({.da_addr = address, .da_len = length, .da_seg = segment});
     if (length != 0) {
-        dp->da_bytes = static_cast<std::uint8_t *>(xarena(length, 1));
+        dp->da_bytes = room_for(length);
         std::memcpy(dp->da_bytes, bytes, length);
     }
     data_list.push(dp);
@@ -178,7 +198,7 @@ tarn_psect *tarn_add_psect(const char *name, std::uint32_t space, std::uint32_t 
         DB_ASSERT(delta == pp->ps_delta, "delta == pp->ps_delta");
         return pp;
     }
-    tarn_psect *pp = xnew<tarn_psect>();
+    auto *pp = xnew<tarn_psect>();
     pp->ps_name = str_cache(name);
     pp->ps_delta = delta;
     pp->ps_space = space;
@@ -198,7 +218,7 @@ tarn_psect_range *tarn_add_psect_range(tarn_psect *pp, const tarn_psect_range &r
     if (pp == nullptr) {
         return nullptr;
     }
-    tarn_psect_range *rp = xnew<tarn_psect_range>(range);
+    auto *rp = xnew<tarn_psect_range>(range);
     rp->pr_psect = pp;
     rp->pr_lo = range.pr_lo * pp->ps_delta;
     rp->pr_hi = range.pr_hi * pp->ps_delta - 1; // the last byte: an empty range ends one below its start

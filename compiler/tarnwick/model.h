@@ -133,6 +133,9 @@ void model_create();
 std::uint32_t tarn_add_file(const char *name); // the file's number
 tarn_symbol *tarn_add_symbol(const tarn_symbol &record);
 tarn_line *tarn_add_line(const tarn_line &record);
+// An image of at most `size` bytes is about to come. The bytes of its blocks then lie behind each other in memory, which
+// spares consolidation to move them.
+void tarn_expect_data(std::size_t size);
 tarn_data *tarn_add_data(std::uint32_t address, std::uint32_t length, const std::uint8_t *bytes, std::uint32_t segment);
 tarn_psect *tarn_add_psect(const char *name, std::uint32_t space, std::uint32_t delta);
 // `range` is in delta units, its high bound exclusive.

@@ -91,11 +91,11 @@ public:
         for (; entered_ < seg_list.count(); ++entered_) {
             enter(seg_list.get(entered_), entered_);
         }
-        const auto spans = spaces_.find(space);
-        if (spans == spaces_.end()) {
+        const auto of_space = spaces_.find(space);
+        if (of_space == spaces_.end()) {
             return 0;
         }
-        const std::uint32_t found = spans->second.lowest(load, load + 1);
+        const std::uint32_t found = of_space->second.lowest(load, load + 1);
         return found == NO_INDEX ? 0 : turned(found) + 1;
     }
 
@@ -323,7 +323,7 @@ void sort_ranges(tarn_segment *seg)
 tarn_segment *add_continuation(const tarn_segment *before, const tarn_segment_range *sr)
 {
     const tarn_psect_range *range = range_of(sr);
-    tarn_segment *seg = xnew<tarn_segment>();
+    auto *seg = xnew<tarn_segment>();
     seg->sg_index = seg_list.count() + 1;
     seg->sg_addr = range->pr_lo;
     seg->sg_load = range->pr_load;
@@ -398,7 +398,7 @@ void add_seg_internal(const tarn_segment &record, bool look)
     if (tarn_find_segment(record.sg_name) != nullptr) {
         return;
     }
-    tarn_segment *seg = xnew<tarn_segment>(record);
+    auto *seg = xnew<tarn_segment>(record);
     seg->sg_name = str_cache(record.sg_name);
     seg->sg_ranges = vector_of<tarn_segment_range *>::make();
     seg_list.push(seg);

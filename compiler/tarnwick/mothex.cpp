@@ -85,6 +85,7 @@ bool s19_identify(std::FILE *stream)
 
 bool s19_read(std::FILE *stream, const char *)
 {
+    tarn_expect_data(size_of_rest(stream) / DIGITS_PER_BYTE);
     line_reader lines(stream, IMAGE_LINE_LIMIT);
     std::string_view line;
     while (lines.next(&line)) {

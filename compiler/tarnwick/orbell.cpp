@@ -18,6 +18,8 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include "common/alloc.h"
 #include "common/ascii.h"
@@ -140,9 +142,15 @@ bool orbell_identify(std::FILE *stream)
 
 // --- parked symbols --------------------------------------------------------------------------------------------------
 
+struct parked_symbol {
+    tarn_symbol symbol;
+    std::uint32_t number = 0; // in the order of parking
+};
+
 // Symbols that may be bounds of a psect wait here for the next "%segments". Bounds stay even then, and are settled
 // again by a later one, in the next file too; those that no heading follows are lost.
-hash_of<const char *, tarn_symbol *> parked_symbols; // null until the first one
+hash_of<const char *, parked_symbol *> parked_symbols; // null until the first one
+std::uint32_t parkings = 0;
 
 constexpr std::uint32_t PARKED_BUCKETS = 127;
 constexpr std::string_view BOUND_PREFIX = "__";
@@ -157,17 +165,28 @@ bool may_be_bound(std::string_view name)
            BOUND_LETTERS.find(name[BOUND_LETTER_AT]) != std::string_view::npos && !name.starts_with(NO_BOUND_PREFIX);
 }
 
-void park_symbol(const tarn_symbol &symbol)
+// Null when a symbol of this name is parked already: the first of a name stays.
+const parked_symbol *park_symbol(const tarn_symbol &symbol)
 {
     if (!parked_symbols) {
-        parked_symbols = hash_of<const char *, tarn_symbol *>::make_strings(PARKED_BUCKETS);
+        parked_symbols = hash_of<const char *, parked_symbol *>::make_strings(PARKED_BUCKETS);
     }
-    parked_symbols.insert(symbol.sy_name, xnew(symbol)); // the first of a name stays
+    if (parked_symbols.contains(symbol.sy_name)) {
+        return nullptr;
+    }
+    auto *parked = xnew<parked_symbol>({symbol, parkings++});
+    parked_symbols.insert(symbol.sy_name, parked);
+    return parked;
+}
+
+const parked_symbol *find_parked(char letter, const char *psect)
+{
+    return parked_symbols.get((std::string(BOUND_PREFIX) + letter + psect).c_str());
 }
 
 bool is_parked(char letter, const char *psect)
 {
-    return parked_symbols.contains((std::string(BOUND_PREFIX) + letter + psect).c_str());
+    return find_parked(letter, psect) != nullptr;
 }
 
 bool is_bound_of(const char *psect)
@@ -222,11 +241,39 @@ void settle_parked_symbols()
     if (!parked_symbols) {
         return;
     }
-    vector_of<tarn_symbol *> symbols = parked_symbols.values();
-    for (const tarn_symbol *symbol : each(symbols)) {
-        settle_symbol(symbol);
+    vector_of<parked_symbol *> symbols = parked_symbols.values();
+    for (const parked_symbol *parked : each(symbols)) {
+        settle_symbol(&parked->symbol);
     }
     symbols.free();
+}
+
+// Whether the table holds one symbol ahead of another: chains grow at their ends.
+bool stands_before(const parked_symbol *left, const parked_symbol *right)
+{
+    const auto place_of = [](const parked_symbol *parked) {
+        return std::pair(hash_string(parked->symbol.sy_name) % PARKED_BUCKETS, parked->number);
+    };
+    return place_of(left) < place_of(right);
+}
+
+// Does what `settle_parked_symbols` does where all but the `fresh` ones are settled: to settle a psect's bounds again
+// changes nothing unless there is a new one among them, and then all of that psect are settled in the table's order.
+void settle_fresh_symbols(const std::vector<const parked_symbol *> &fresh)
+{
+    std::vector<const parked_symbol *> symbols;
+    for (const parked_symbol *parked : fresh) {
+        for (const char letter : BOUND_LETTERS) {
+            if (const parked_symbol *bound = find_parked(letter, parked->symbol.sy_name + BOUND_NAME_AT)) {
+                symbols.push_back(bound);
+            }
+        }
+    }
+    std::sort(symbols.begin(), symbols.end(), stands_before);
+    symbols.erase(std::unique(symbols.begin(), symbols.end()), symbols.end());
+    for (const parked_symbol *parked : symbols) {
+        settle_symbol(&parked->symbol);
+    }
 }
 
 // --- psects of symbols -----------------------------------------------------------------------------------------------
@@ -331,6 +378,7 @@ public:
     void take_line(std::string_view line);
 
 private:
+    void settle();
     bool take_file_line(std::string_view line);
     void take_fields(const field_list &fields);
     std::uint32_t segment_number(const field_list &fields);
@@ -343,7 +391,8 @@ private:
     sdb_node *module_ = nullptr; // of the last object file
     bool in_segments_ = false;
     bool local_ = false;
-    bool settled_ = false; // nothing was parked since the latest "%segments" of this file
+    bool settled_ = false;                     // this file had its first "%segments"
+    std::vector<const parked_symbol *> fresh_; // parked since the latest one
     segment_numbers segments_;
     // Numbers of the second and third field. They keep those of an earlier line where a line has none.
     std::uint32_t value_ = 0;
@@ -354,10 +403,7 @@ private:
 void symbol_file_reader::take_line(std::string_view line)
 {
     if (line == SEGMENTS_HEADING) {
-        if (!settled_) { // to settle the same symbols again would change nothing
-            settle_parked_symbols();
-            settled_ = true;
-        }
+        settle();
         in_segments_ = true;
     } else if (line == LOCALS_HEADING) {
         in_segments_ = false;
@@ -371,6 +417,17 @@ void symbol_file_reader::take_line(std::string_view line)
             take_fields(fields);
         }
     }
+}
+
+void symbol_file_reader::settle()
+{
+    if (settled_) {
+        settle_fresh_symbols(fresh_);
+    } else {
+        settle_parked_symbols(); // those of earlier files too
+        settled_ = true;
+    }
+    fresh_.clear();
 }
 
 // Any line that ends in the extension of a source is a file line, also where its last field is meant as a segment. An
@@ -475,8 +532,9 @@ void symbol_file_reader::add_symbol(const field_list &fields, std::uint32_t segm
         }
     }
     if (may_be_bound(fields.get(FIELD_NAME))) {
-        park_symbol(symbol);
-        settled_ = false;
+        if (const parked_symbol *parked = park_symbol(symbol)) {
+            fresh_.push_back(parked);
+        }
     } else {
         tarn_add_symbol(symbol);
     }

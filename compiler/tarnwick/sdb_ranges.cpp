@@ -228,7 +228,7 @@ void calc_block_ranges_r(sdb_node *function, const function_ranges &ranges)
 {
     std::vector<open_block> open;
     const auto enter = [&](sdb_node *node) {
-        if ((gDebugMask & TRACE_ON) != 0) {
+        if (tracing(TRACE_ON)) {
             trace_enter(__FILE__, __LINE__, "calc_block_ranges_r", nullptr);
         }
         calc_own_ranges(&node->block, ranges);
@@ -239,7 +239,7 @@ void calc_block_ranges_r(sdb_node *function, const function_ranges &ranges)
         open_block &at = open.back();
         const sdb_block &block = at.node->block;
         if (at.next == block.bl_count) {
-            if ((gDebugMask & TRACE_ON) != 0) {
+            if (tracing(TRACE_ON)) {
                 trace_exit(__FILE__, __LINE__, "calc_block_ranges_r", nullptr);
             }
             open.pop_back();

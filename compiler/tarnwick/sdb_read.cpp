@@ -70,7 +70,7 @@ private:
     void read_frame_number(const sdb_token &token);
     void end_block();
     void widen();
-    void syntax_error(const sdb_token &token);
+    void syntax_error(const sdb_token &token) const;
     block_frame &frame() { return frames_.back(); }
 
     sdb_input &in_;
@@ -246,7 +246,7 @@ void block_reader::read_frame_number(const sdb_token &token)
     }
 }
 
-void block_reader::syntax_error(const sdb_token &token)
+void block_reader::syntax_error(const sdb_token &token) const
 {
     alert(MESSAGE_SYNTAX_ERROR, str_cache(token.text), in_.path, token.line, token.column);
 }

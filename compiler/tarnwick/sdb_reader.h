@@ -44,18 +44,20 @@ struct sdb_token {
 
 class sdb_tokens {
 public:
-    explicit sdb_tokens(std::string_view file) : file_(file) {}
+    explicit sdb_tokens(std::string_view file) : file_(file), has_nul_(file.find('\0') != std::string_view::npos) {}
     sdb_token next();
     // What stands on the line behind the last token and the blanks that follow it.
     std::string_view rest_of_line();
 
 private:
     void step();
+    std::string_view text_since(std::size_t begin) const;
 
     std::string_view file_;
+    bool has_nul_;
     std::size_t at_ = 0;
     std::uint32_t line_ = 1;
-    std::uint32_t column_ = 1;
+    std::size_t line_start_ = 0;
 };
 
 // A database that is being read.
@@ -73,7 +75,6 @@ public:
     void open_block();
     void close_block();
     void add(sdb_node *node);
-    void clear();
     bool is_empty() const { return starts_.empty(); }
     // As `sdb_scope_lookup` in the current block from the end of its members, up to the outermost open block.
     sdb_node *scope_lookup(const char *name) const;

@@ -63,7 +63,7 @@ sdb_node *read_name(sdb_input &in, sclass cls, const char *who)
 // ":offset:width" of a bit field.
 void read_bit_field(std::string_view text, sdb_member *member)
 {
-    std::array<std::int32_t *, 2> fields{&member->sm_bitoff, &member->sm_bitwidth};
+    const std::array<std::int32_t *, 2> fields{&member->sm_bitoff, &member->sm_bitwidth};
     for (std::int32_t *field : fields) {
         if (text.empty()) {
             return;

@@ -9,6 +9,11 @@
 
 namespace {
 
+bool is_word_part(char c)
+{
+    return static_cast<unsigned char>(c) > ' ' || !is_space(c); // the first test nearly always decides
+}
+
 bool is_line_end(char c)
 {
     return c == '\n' || c == '\r';
@@ -23,14 +28,18 @@ std::string_view as_c_string(std::string_view text)
 } // namespace
 
 // Passes one character.
-void sdb_tokens::step()
+inline void sdb_tokens::step()
 {
     if (file_[at_++] == '\n') {
         ++line_;
-        column_ = 1;
-    } else {
-        ++column_;
+        line_start_ = at_;
     }
+}
+
+inline std::string_view sdb_tokens::text_since(std::size_t begin) const
+{
+    const std::string_view text = file_.substr(begin, at_ - begin);
+    return has_nul_ ? as_c_string(text) : text;
 }
 
 sdb_token sdb_tokens::next()
@@ -40,13 +49,13 @@ sdb_token sdb_tokens::next()
     }
     sdb_token token;
     token.line = line_;
-    token.column = column_;
+    token.column = static_cast<std::uint32_t>(at_ - line_start_) + 1;
     token.present = at_ < file_.size();
     const std::size_t begin = at_;
-    while (at_ < file_.size() && !is_space(file_[at_])) {
-        step();
+    while (at_ < file_.size() && is_word_part(file_[at_])) {
+        ++at_;
     }
-    token.text = as_c_string(file_.substr(begin, at_ - begin));
+    token.text = text_since(begin);
     if (at_ < file_.size()) {
         token.ends_line = is_line_end(file_[at_]);
         step();
@@ -61,9 +70,9 @@ std::string_view sdb_tokens::rest_of_line()
     }
     const std::size_t begin = at_;
     while (at_ < file_.size() && !is_line_end(file_[at_])) {
-        step();
+        ++at_;
     }
-    const std::string_view text = as_c_string(file_.substr(begin, at_ - begin));
+    const std::string_view text = text_since(begin);
     if (at_ < file_.size()) {
         step();
     }

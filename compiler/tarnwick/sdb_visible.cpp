@@ -32,13 +32,6 @@ void sdb_visible::add(sdb_node *node)
     newest = static_cast<std::uint32_t>(entries_.size());
 }
 
-void sdb_visible::clear()
-{
-    entries_.clear();
-    starts_.clear();
-    newest_.clear();
-}
-
 std::uint32_t sdb_visible::top(std::string_view name) const
 {
     const auto found = newest_.find(name);

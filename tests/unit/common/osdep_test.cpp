@@ -265,6 +265,11 @@ TEST(FileStatus, ExistsAndDirectory)
     EXPECT_FALSE(is_directory(file.c_str()));
     EXPECT_FALSE(is_directory(scratch.path("none").c_str()));
     EXPECT_TRUE(is_directory(scratch.path().c_str()));
+    EXPECT_FALSE(is_regular_file(nullptr));
+    EXPECT_TRUE(is_regular_file(file.c_str()));
+    EXPECT_FALSE(is_regular_file(scratch.path("none").c_str()));
+    EXPECT_FALSE(is_regular_file(scratch.path().c_str()));
+    EXPECT_FALSE(is_regular_file("/dev/null"));
 }
 
 std::string content_of(const char *path)
@@ -302,6 +307,21 @@ TEST(BackslashNames, AsTheyStandComeFirst)
     EXPECT_EQ(file_remove(scratch.path("dir\\file").c_str()), 0);
     EXPECT_EQ(content_of(scratch.path("dir\\file").c_str()), "(null)");
     EXPECT_NE(file_remove(scratch.path("dir\\file").c_str()), 0);
+}
+
+TEST(BackslashNames, TheHostsOwnName)
+{
+    const scratch_dir scratch;
+    scratch.make_directory("dir");
+    scratch.write("dir\\file", "backslash");
+    for (const char *name : {"dir\\file", "dir\\none", "plain"}) {
+        const std::string path = scratch.path(name);
+        const std::string slashes = scratch.path(std::string_view(name) == "dir\\none" ? "dir/none" : name);
+        char *host = file_host_name(path.c_str());
+        EXPECT_EQ(host, slashes);
+        std::free(host);
+    }
+    EXPECT_EQ(file_host_name(nullptr), nullptr);
 }
 
 TEST(BackslashNames, OutputsLandBesideTheirInputs)
@@ -407,12 +427,14 @@ void expect_clock()
     const long long told = output_time();
     EXPECT_GE(told, before);
     EXPECT_LE(told, static_cast<long long>(std::time(nullptr)));
+    EXPECT_EQ(fixed_output_time(), std::nullopt);
 }
 
 TEST(OutputTime, ComesFromTheEnvironmentOrTheClock)
 {
     ::setenv("SOURCE_DATE_EPOCH", "1700000000", 1);
     EXPECT_EQ(output_time(), 1700000000);
+    EXPECT_EQ(fixed_output_time(), 1700000000);
     ::setenv("SOURCE_DATE_EPOCH", "0", 1);
     EXPECT_EQ(output_time(), 0);
     for (const char *no_number : {"", "x", "12x", " 12", "-12", "0x10", "99999999999999999999"}) {

@@ -2,8 +2,10 @@
 // The program's quicksort, held against its steps written down once more in the plainest way.
 #include "common/quicksort.h"
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <utility>
 #include <vector>
@@ -31,6 +33,7 @@ class reference_sort {
 public:
     std::vector<item> items;
     std::vector<call> calls;
+    std::function<int(const item &, const item &)> decide; // in place of the keys
 
     void run()
     {
@@ -84,6 +87,9 @@ private:
     int compare(const item &left, const item &right)
     {
         calls.emplace_back(left.tag, right.tag);
+        if (decide) {
+            return decide(left, right);
+        }
         return left.key < right.key ? -1 : left.key > right.key ? 1 : 0;
     }
 };
@@ -154,6 +160,48 @@ void expect_as_reference(const std::vector<item> &items)
     EXPECT_EQ(recorded, reference.calls);
     EXPECT_EQ(sorted_as<padded<4>>(items), reference.items);
     EXPECT_EQ(recorded, reference.calls);
+}
+
+// The same order at a cost that stays in bounds where the reference's does not.
+void expect_quick_as_reference(const std::vector<item> &items)
+{
+    reference_sort reference;
+    reference.items = items;
+    reference.run();
+    EXPECT_EQ(sorted_as<item>(items), reference.items);
+    const double count = static_cast<double>(items.size());
+    EXPECT_LT(static_cast<double>(recorded.size()), 12 * count * std::log2(count));
+    EXPECT_EQ(sorted_as<padded<4>>(items), reference.items);
+}
+
+// A list that is as slow as can be: its keys are decided while the steps compare, always to the disadvantage of the
+// pivot. `share` neighbours in the order are then made equal.
+std::vector<item> worst_for_reference(std::uint32_t count, std::uint32_t share)
+{
+    constexpr std::uint32_t OPEN = UINT32_MAX;
+    std::vector<std::uint32_t> keys(count, OPEN);
+    std::uint32_t decided = 0;
+    std::uint32_t candidate = 0; // likely to be the pivot
+    reference_sort reference;
+    for (std::uint32_t tag = 0; tag < count; ++tag) {
+        reference.items.push_back({0, tag});
+    }
+    reference.decide = [&](const item &left, const item &right) {
+        std::uint32_t &a = keys[left.tag];
+        std::uint32_t &b = keys[right.tag];
+        if (a == OPEN && b == OPEN) {
+            (left.tag == candidate ? a : b) = decided++;
+        }
+        candidate = a == OPEN ? left.tag : b == OPEN ? right.tag : candidate;
+        return a < b ? -1 : a > b ? 1 : 0;
+    };
+    reference.run();
+    EXPECT_GT(reference.calls.size(), std::size_t{count} * count / 8);
+    std::vector<item> items;
+    for (std::uint32_t tag = 0; tag < count; ++tag) {
+        items.push_back({keys[tag] / share, tag});
+    }
+    return items;
 }
 
 std::vector<std::uint32_t> tags_of_equal(std::uint32_t count)
@@ -232,16 +280,26 @@ TEST(Quicksort, SortedAndSymmetricShapes)
         ascending.push_back({tag, tag});
         descending.push_back({COUNT - tag, tag});
     }
-    // The one that hurts a middle pivot: the largest is in the middle, again and again.
-    std::vector<item> organ_pipe;
-    constexpr std::uint32_t PIPES = 1000;
-    for (std::uint32_t tag = 0; tag < PIPES; ++tag) {
-        organ_pipe.push_back({tag < PIPES / 2 ? tag : PIPES - tag, tag});
-    }
     expect_as_reference(ascending);
     expect_as_reference(descending);
-    expect_as_reference(organ_pipe);
     expect_as_reference(std::vector<item>(COUNT, item{7, 7}));
+}
+
+// The one that hurts a middle pivot: the largest is in the middle, again and again.
+TEST(Quicksort, SlowShapesAsTheReference)
+{
+    for (const std::uint32_t share : {1U, 2U, 10U}) { // so many elements are equal
+        std::vector<item> organ_pipe;
+        std::vector<item> rising_runs;
+        constexpr std::uint32_t COUNT = 1500;
+        for (std::uint32_t tag = 0; tag < COUNT; ++tag) {
+            organ_pipe.push_back({(tag < COUNT / 2 ? tag : COUNT - tag) / share, tag});
+            rising_runs.push_back({(tag % 2 == 0 ? tag : COUNT + tag) / share, tag});
+        }
+        expect_quick_as_reference(organ_pipe);
+        expect_quick_as_reference(rising_runs);
+        expect_quick_as_reference(worst_for_reference(COUNT, share));
+    }
 }
 
 TEST(Quicksort, ElementsWhosePivotNeedsTheHeap)

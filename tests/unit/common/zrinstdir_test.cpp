@@ -140,7 +140,7 @@ public:
             }
         }
         std::fflush(stdout);
-        std::_Exit(0);
+        std::exit(0);
     }
 };
 
