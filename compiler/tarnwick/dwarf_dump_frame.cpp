@@ -67,7 +67,7 @@ public:
 private:
     bool dump_cie(dwarf_cursor &at, std::size_t offset, std::uint32_t length, std::size_t end)
     {
-        out_.hex(offset, WORD_DIGITS).text(" ").hex(length, WORD_DIGITS).text(" ");
+        out_.hex(dwarf_unscaled(offset), WORD_DIGITS).text(" ").hex(length, WORD_DIGITS).text(" ");
         out_.right_hex(CIE_ID, WORD_DIGITS).text(" CIE\n");
         if (length < SMALLEST_CIE) {
             out_.text(" WARNING, the length of CIE entry is too small, could not print...\n");
@@ -111,7 +111,7 @@ private:
         if (at.failed()) {
             return error();
         }
-        out_.hex(offset, WORD_DIGITS).text(" ").hex(length, WORD_DIGITS).text(" ").hex(id, WORD_DIGITS);
+        out_.hex(dwarf_unscaled(offset), WORD_DIGITS).text(" ").hex(length, WORD_DIGITS).text(" ").hex(id, WORD_DIGITS);
         out_.text(" FDE cie=").hex(dwarf_access->dwarf_scale_offset(id), WORD_DIGITS);
         out_.text(" pc=").hex(start, WORD_DIGITS).text("..").hex(start + range, WORD_DIGITS).text("\n");
         const frame_cie &cie = referenced_cie(dwarf_access->dwarf_scale_offset(id));

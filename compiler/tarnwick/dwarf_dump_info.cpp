@@ -1,20 +1,17 @@
 // SPDX-License-Identifier: MIT
-// The dump of abbreviations, of the entries that are laid out by them, and of location expressions.
+// The dump of the entries, and of location expressions.
 #include <algorithm>
 #include <array>
-#include <unordered_map>
-#include <vector>
 
+#include "compiler/tarnwick/dump_allowance.h"
 #include "compiler/tarnwick/dwarf.h"
+#include "compiler/tarnwick/dwarf_dump_abbrev.h"
 #include "compiler/tarnwick/dwarf_dump_sections.h"
 #include "compiler/tarnwick/dwarf_name_tables.h"
 #include "compiler/tarnwick/dwarf_names.h"
 
 namespace {
 
-constexpr std::size_t NUMBER_WIDTH = 4;
-constexpr std::size_t TAG_WIDTH = 25;
-constexpr std::size_t ATTRIBUTE_WIDTH = 20;
 constexpr std::size_t STRING_SHOWN = 256;
 constexpr std::uint32_t SMALLEST_UNIT = 7;        // version, abbreviation offset, pointer size
 constexpr std::uint32_t DEFAULT_POINTER_SIZE = 4; // where no unit tells
@@ -161,135 +158,6 @@ void print_operand(dwarf_text &out, const operand_value &operand)
     }
 }
 
-// --- abbreviations ------------------------------------------------------------------------------------------------------
-
-struct abbreviation {
-    std::uint32_t tag = 0;
-    std::uint8_t children = DW_CHILDREN_no;
-    std::size_t attributes = 0; // where the pairs stand in the section
-};
-
-struct attribute_pair {
-    std::uint32_t attribute = 0;
-    std::uint32_t form = 0;
-
-    bool ends() const { return attribute == 0 && form == 0; }
-};
-
-// The next pair of an entry.
-attribute_pair dwarf_abbrev_next_attribute(dwarf_cursor &at)
-{
-    const auto attribute = static_cast<std::uint32_t>(at.uleb());
-    const auto form = static_cast<std::uint32_t>(at.uleb());
-    return {attribute, form};
-}
-
-// The table of a unit, indexed as far as numbers have been asked for.
-class abbreviation_table {
-public:
-    explicit abbreviation_table(dwarf_bytes_view section) : section_(section), walk_(section, 0, 0) {}
-
-    void open(std::size_t offset)
-    {
-        if (opened_ && offset == offset_) {
-            return;
-        }
-        opened_ = true;
-        offset_ = offset;
-        walk_ = dwarf_cursor(section_, offset, section_.size());
-        by_number_.clear();
-    }
-    // Null for 0, and for a number that the table does not hold; the first entry of a number counts.
-    const abbreviation *dwarf_abbrev_locate_entry(std::uint32_t code)
-    {
-        if (code == 0) {
-            return nullptr;
-        }
-        if (code < low_.size() && low_[code].table == offset_ + 1) {
-            return &low_[code].entry;
-        }
-        const auto found = by_number_.find(code);
-        return found != by_number_.end() ? &found->second : walk_to(code);
-    }
-
-private:
-    static constexpr std::size_t LOW_NUMBERS = 1024;
-
-    // Compilers number from 1 on, so most look-ups end here.
-    struct low_entry {
-        std::size_t table = 0; // 1 above the offset of its table
-        abbreviation entry;
-    };
-
-    const abbreviation *walk_to(std::uint32_t code)
-    {
-        while (walk_.more()) {
-            const auto number = static_cast<std::uint32_t>(walk_.uleb());
-            if (number == 0) {
-                walk_.fail();
-                break;
-            }
-            abbreviation entry;
-            entry.tag = static_cast<std::uint32_t>(walk_.uleb());
-            entry.children = walk_.get1();
-            entry.attributes = walk_.offset();
-            while (!walk_.failed() && !dwarf_abbrev_next_attribute(walk_).ends()) {
-            }
-            if (walk_.failed()) {
-                break;
-            }
-            const abbreviation *kept = keep(number, entry);
-            if (number == code) {
-                return kept;
-            }
-        }
-        return nullptr;
-    }
-    const abbreviation *keep(std::uint32_t number, const abbreviation &entry)
-    {
-        if (number >= low_.size()) {
-            return &by_number_.try_emplace(number, entry).first->second;
-        }
-        low_entry &low = low_[number];
-        if (low.table != offset_ + 1) {
-            low = {offset_ + 1, entry};
-        }
-        return &low.entry;
-    }
-
-    dwarf_bytes_view section_;
-    dwarf_cursor walk_;
-    std::size_t offset_ = 0;
-    bool opened_ = false;
-    std::vector<low_entry> low_ = std::vector<low_entry>(LOW_NUMBERS);
-    std::unordered_map<std::uint32_t, abbreviation> by_number_; // only looked up in
-};
-
-std::string_view children_text(std::uint8_t children)
-{
-    switch (children) {
-    case DW_CHILDREN_yes:
-        return "[has children]";
-    case DW_CHILDREN_no:
-        return "[no children]";
-    default:
-        return "[not known]";
-    }
-}
-
-// The pairs of an entry, up to the pair 0, 0.
-void dump_attribute_pairs(dwarf_text &out, dwarf_cursor &at)
-{
-    for (;;) {
-        const attribute_pair pair = dwarf_abbrev_next_attribute(at);
-        if (at.failed() || pair.ends()) {
-            return;
-        }
-        out.text("    ").text(dwarf_name_padded(dwarf_attribute_names, pair.attribute, true, ATTRIBUTE_WIDTH));
-        out.text(" ").text(dwarf_name(dwarf_form_names, pair.form, true)).text("\n");
-    }
-}
-
 // --- entries ------------------------------------------------------------------------------------------------------------
 
 enum class outcome : std::uint8_t {
@@ -300,20 +168,27 @@ enum class outcome : std::uint8_t {
 class info_dump {
 public:
     info_dump(dwarf_text &out, dwarf_bytes_view info, dwarf_bytes_view abbrev, dwarf_bytes_view str)
-        : out_(out), info_(info), abbrev_(abbrev), str_(str), table_(abbrev)
+        : out_(out), info_(info), str_(str), abbrev_size_(abbrev.size()), tables_(abbrev),
+          allowance_(info.size() + str.size())
     {
     }
 
     std::uint32_t run()
     {
-        std::size_t offset = 0;
-        do {
-            if (info_.size() - offset < dwarf_access->dwarf_scale_offset(SMALLEST_UNIT)) {
-                out_.text(" WARNING: Size of .dwarf_info section is too small, must be at least (")
-                    .number(dwarf_access->dwarf_scale_offset(SMALLEST_UNIT))
-                    .text("), could not continue...\n\n");
-                break;
-            }
+        if (info_.size() < dwarf_access->dwarf_scale_offset(SMALLEST_UNIT)) {
+            out_.text(" WARNING: Size of .dwarf_info section is too small, must be at least (")
+                .number(dwarf_access->dwarf_scale_offset(SMALLEST_UNIT))
+                .text("), could not continue...\n\n");
+        } else {
+            dump_units();
+        }
+        return pointer_size_;
+    }
+
+private:
+    void dump_units()
+    {
+        for (std::size_t offset = 0; offset < info_.size();) {
             dwarf_cursor at(info_, offset, info_.size());
             if (dump_unit_header(at) == outcome::STOPPED) {
                 break;
@@ -326,18 +201,18 @@ public:
                 out_.text(" WARNING: Compile unit entry has siblings when it should not have, ignoring...\n");
             }
             offset = at.offset() + at.left();
-        } while (offset < info_.size());
-        return pointer_size_;
+        }
     }
 
-private:
     // Leaves the cursor at the unit's first entry, with the unit's end as its own.
     outcome dump_unit_header(dwarf_cursor &at)
     {
         unit_offset_ = at.offset();
-        out_.text("\n  Compilation Unit @ ").hex(unscaled(unit_offset_)).text(":\n");
+        out_.text("\n  Compilation Unit @ ").hex(dwarf_unscaled(unit_offset_)).text(":\n");
         const std::uint32_t length = at.get4();
-        out_.text("   Length:        ").number(length).actual_number(length).text("\n");
+        if (!at.failed()) {
+            out_.text("   Length:        ").number(length).actual_number(length).text("\n");
+        }
         const std::size_t size = std::min<std::size_t>(dwarf_access->dwarf_scale_offset(length), at.left());
         if (size < dwarf_access->dwarf_scale_offset(SMALLEST_UNIT)) {
             out_.text(" WARNING: length of .dwarf_info section is too small, could not continue...\n\n");
@@ -352,11 +227,11 @@ private:
         }
         const std::uint32_t abbrev_offset = at.get4();
         out_.text("   Abbrev Offset: 0x").hex(abbrev_offset).actual_offset(abbrev_offset).text("\n");
-        if (dwarf_access->dwarf_scale_offset(abbrev_offset) >= abbrev_.size()) {
+        if (dwarf_access->dwarf_scale_offset(abbrev_offset) >= abbrev_size_) {
             out_.text(" WARNING: Abbrev Offset is too big, beyond the section limit, could not continue...\n");
             return outcome::STOPPED;
         }
-        table_.open(dwarf_access->dwarf_scale_offset(abbrev_offset));
+        tables_.open(dwarf_access->dwarf_scale_offset(abbrev_offset));
         pointer_size_ = at.get1();
         out_.text("   Pointer Size:  ").number(pointer_size_).text("\n");
         if (pointer_size_ != 1 && pointer_size_ != 2 && pointer_size_ != 4 && pointer_size_ != 8) {
@@ -393,26 +268,22 @@ private:
 
     outcome dump_entry(dwarf_cursor &at, std::uint32_t depth, std::size_t offset, std::uint32_t code, bool &children)
     {
-        out_.text(" <").number(depth).text("><").hex(unscaled(offset)).text(">: Abbrev Number: ").number(code);
-        const abbreviation *entry = table_.dwarf_abbrev_locate_entry(code);
+        out_.text(" <").number(depth).text("><").hex(dwarf_unscaled(offset)).text(">: Abbrev Number: ").number(code);
+        const abbreviation *entry = tables_.dwarf_abbrev_locate_entry(code);
         if (entry == nullptr) {
             out_.text("\n\n WARNING: Could not locate abbrev entry, could not continue...\n");
             return outcome::STOPPED;
         }
         children = entry->children == DW_CHILDREN_yes;
         out_.text(" (").text(dwarf_name(dwarf_tag_names, entry->tag, true)).text(")\n");
-        dwarf_cursor pairs(abbrev_, entry->attributes, abbrev_.size());
-        for (;;) {
-            const attribute_pair pair = dwarf_abbrev_next_attribute(pairs);
-            if (pair.ends()) {
-                return outcome::DONE;
-            }
-            out_.text("     ").text(dwarf_name_padded(dwarf_attribute_names, pair.attribute, true, ATTRIBUTE_WIDTH));
-            out_.text(" :");
+        for (const attribute_pair &pair : tables_.pairs(*entry)) {
+            out_.text("     ");
+            out_.text(dwarf_name_padded(dwarf_attribute_names, pair.attribute, true, DWARF_ATTRIBUTE_WIDTH)).text(" :");
             if (dump_value(at, pair) == outcome::STOPPED) {
                 return outcome::STOPPED;
             }
         }
+        return outcome::DONE;
     }
 
     outcome dump_value(dwarf_cursor &at, const attribute_pair &pair)
@@ -547,14 +418,14 @@ private:
         }
         return true;
     }
-    std::string_view table_string(std::uint32_t place) const
+    // One string of the table may be the value of every attribute.
+    std::string_view table_string(std::uint32_t place)
     {
         const std::size_t offset = dwarf_access->dwarf_scale_offset(place);
         if (offset >= str_.size()) {
             return "???";
         }
-        const auto *text = reinterpret_cast<const char *>(str_.data()) + offset;
-        return {text, strnlen(text, str_.size() - offset)};
+        return allowance_.text(reinterpret_cast<const char *>(str_.data()) + offset, str_.size() - offset);
     }
     bool flag(const dwarf_cursor &at, std::uint8_t value)
     {
@@ -573,7 +444,7 @@ private:
     bool reference(const dwarf_cursor &at, std::uint64_t value, std::uint64_t mask)
     {
         if (!at.failed()) {
-            out_.text("<").hex((value + unscaled(unit_offset_)) & mask).text(">\n");
+            out_.text("<").hex((value + dwarf_unscaled(unit_offset_)) & mask).text(">\n");
         }
         return true;
     }
@@ -583,16 +454,13 @@ private:
         out_.text(" WARNING: Unexpectedly reached the end of compile unit, could not continue...\n");
         return outcome::STOPPED;
     }
-    static std::uint32_t unscaled(std::size_t offset)
-    {
-        return dwarf_access->dwarf_unscale_offset(static_cast<std::uint32_t>(offset));
-    }
 
     dwarf_text &out_;
     dwarf_bytes_view info_;
-    dwarf_bytes_view abbrev_;
     dwarf_bytes_view str_;
-    abbreviation_table table_;
+    std::size_t abbrev_size_;
+    abbreviation_tables tables_;
+    dump_allowance allowance_; // for long strings of the table
     std::size_t unit_offset_ = 0;
     std::uint32_t pointer_size_ = DEFAULT_POINTER_SIZE;
 };
@@ -624,30 +492,6 @@ void dwarf_loc_read_location(dwarf_text &out, dwarf_bytes_view expression, std::
         out.text("(unknown)");
     } else {
         print_operand(out, value);
-    }
-}
-
-void dwarf_abbrev_dump(dwarf_text &out, dwarf_bytes_view section)
-{
-    out.text("\n  Number TAG\n");
-    dwarf_cursor at(section);
-    while (at.more()) {
-        const auto number = static_cast<std::uint32_t>(at.uleb());
-        if (number == 0 && !at.failed()) {
-            continue;
-        }
-        const auto tag = static_cast<std::uint32_t>(at.uleb());
-        const std::uint8_t children = at.get1();
-        if (at.failed()) {
-            break;
-        }
-        out.right_number(number, NUMBER_WIDTH).text("      ");
-        out.text(dwarf_name_padded(dwarf_tag_names, tag, true, TAG_WIDTH)).text(" ");
-        out.text(children_text(children)).text("\n");
-        dump_attribute_pairs(out, at);
-    }
-    if (at.failed()) {
-        out.warn_on_stderr("WARNING: content of .dwarf_abbrev goes beyond the section limit.\n");
     }
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <ctime>
 
+#include "common/trace.h"
 #include "compiler/tarnwick/dwarf_dump_sections.h"
 #include "compiler/tarnwick/dwarf_line.h"
 #include "compiler/tarnwick/dwarf_name_tables.h"
@@ -274,7 +275,7 @@ public:
 private:
     bool dump_header(dwarf_cursor &at, std::size_t start)
     {
-        const std::uint32_t units = dwarf_access->dwarf_unscale_offset(static_cast<std::uint32_t>(start));
+        const std::uint32_t units = dwarf_unscaled(start);
         out_.text("\n  Statement program at offset 0x").hex(units).actual_offset(units).text("\n");
         const std::size_t tables_end = dump_fields(at);
         const bool standard = !at.failed() && dump_opcodes(at);
@@ -433,6 +434,7 @@ private:
             }
             if (result == statement::UNKNOWN) {
                 out_.flush();
+                TRACEF(TRACE_DWARF, "%s: Unknown opcode in statement %u", __func__, serial);
                 dwarf_internal_error();
                 return false;
             }

@@ -2,9 +2,12 @@
 // The dumps of the single sections; each prints what stands behind the section's heading.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "compiler/tarnwick/dwarf_dump_text.h"
+
+inline constexpr std::size_t DWARF_ATTRIBUTE_WIDTH = 20; // of the column of their names
 
 void dwarf_str_dump(dwarf_text &out, dwarf_bytes_view section);
 void dwarf_abbrev_dump(dwarf_text &out, dwarf_bytes_view section);

@@ -147,11 +147,6 @@ bool dump_location(dwarf_text &out, dwarf_cursor &at, std::uint32_t pointer_size
     return true;
 }
 
-std::uint32_t unscaled(std::size_t offset)
-{
-    return dwarf_access->dwarf_unscale_offset(static_cast<std::uint32_t>(offset));
-}
-
 // A value of a range list.
 std::uint64_t range_value(dwarf_text &out, dwarf_cursor &at, std::size_t size, std::uint32_t pointer_size)
 {
@@ -167,8 +162,8 @@ void dwarf_str_dump(dwarf_text &out, dwarf_bytes_view section)
     for (std::size_t offset = 0; offset < section.size();) {
         const auto *start = reinterpret_cast<const char *>(section.data()) + offset;
         const std::string_view text(start, strnlen(start, section.size() - offset));
-        out.text("  <").hex(unscaled(offset));
-        if (unscaled(offset) != offset) {
+        out.text("  <").hex(dwarf_unscaled(offset));
+        if (dwarf_unscaled(offset) != offset) {
             out.text(" (actual ").hex(offset).text(")");
         }
         out.text(">: \"").text(text).text("\"\n");
@@ -209,7 +204,7 @@ void dwarf_loc_dump(dwarf_text &out, dwarf_bytes_view section, std::uint32_t poi
     out.text("   Offset   Begin    End      Expression\n");
     dwarf_cursor at(section);
     while (at.more()) {
-        const std::uint32_t offset = unscaled(at.offset());
+        const std::uint32_t offset = dwarf_unscaled(at.offset());
         for (bool first = true; dump_location(out, at, pointer_size, offset, first); first = false) {
         }
     }
@@ -220,7 +215,7 @@ void dwarf_ranges_dump(dwarf_text &out, dwarf_bytes_view section, std::uint32_t 
     out.text("      Offset        Begin          End\n");
     dwarf_cursor at(section);
     while (at.more()) {
-        const std::uint32_t offset = unscaled(at.offset());
+        const std::uint32_t offset = dwarf_unscaled(at.offset());
         const std::uint64_t begin = range_value(out, at, section.size(), pointer_size);
         const std::uint64_t end = at.failed() ? 0 : range_value(out, at, section.size(), pointer_size);
         if (at.failed()) {

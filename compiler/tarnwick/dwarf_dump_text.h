@@ -2,13 +2,15 @@
 // What the dumps of the debugging sections share: the text that goes out, and the cursor that reads a section.
 #pragma once
 
+#include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <span>
-#include <string>
 #include <string_view>
 
 #include "compiler/tarnwick/dwarf_accessors.h"
@@ -18,42 +20,45 @@
 // numbers have 64 bits.
 class dwarf_text {
 public:
-    explicit dwarf_text(std::FILE *stream) : stream_(stream) { buffer_.reserve(FULL + FULL / 2); }
+    explicit dwarf_text(std::FILE *stream)
+        : stream_(stream), buffer_(std::make_unique_for_overwrite<char[]>(SIZE)), at_(buffer_.get())
+    {
+    }
     ~dwarf_text() { flush(); }
     dwarf_text(const dwarf_text &) = delete;
     dwarf_text &operator=(const dwarf_text &) = delete;
 
+    // NOLINTNEXTLINE(misc-no-recursion): what is written leaves room
     dwarf_text &text(std::string_view text)
     {
-        if (buffer_.size() >= FULL) {
-            write();
+        if (text.size() > room()) [[unlikely]] {
+            return large_text(text);
         }
-        buffer_ += text;
+        at_ += text.copy(at_, text.size());
         return *this;
     }
     // "%llu", "%llu" at the left of `width`.
-    dwarf_text &number(std::uint64_t value, std::size_t width = 0) { return digits(value, DECIMAL, 0, ' ', width); }
+    dwarf_text &number(std::uint64_t value, std::size_t width = 0) { return decimal(value, 0, ' ', width); }
     // "%lld", "%-<width>lld".
-    dwarf_text &signed_number(std::int64_t value, std::size_t width = 0)
-    {
-        return digits(value, DECIMAL, 0, ' ', width);
-    }
+    dwarf_text &signed_number(std::int64_t value, std::size_t width = 0) { return decimal(value, 0, ' ', width); }
     // "%<width>llu".
-    dwarf_text &right_number(std::uint64_t value, std::size_t width) { return digits(value, DECIMAL, width, ' ', 0); }
+    dwarf_text &right_number(std::uint64_t value, std::size_t width) { return decimal(value, width, ' ', 0); }
     // "%0<width>llu".
-    dwarf_text &padded_number(std::uint64_t value, std::size_t width) { return digits(value, DECIMAL, width, '0', 0); }
+    dwarf_text &padded_number(std::uint64_t value, std::size_t width) { return decimal(value, width, '0', 0); }
     // "%llx", "%0<width>llx".
-    dwarf_text &hex(std::uint64_t value, std::size_t width = 0) { return digits(value, HEXADECIMAL, width, '0', 0); }
+    dwarf_text &hex(std::uint64_t value, std::size_t width = 0)
+    {
+        return hexadecimal(value, "0123456789abcdef", width, '0');
+    }
     // "%<width>llx".
-    dwarf_text &right_hex(std::uint64_t value, std::size_t width) { return digits(value, HEXADECIMAL, width, ' ', 0); }
+    dwarf_text &right_hex(std::uint64_t value, std::size_t width)
+    {
+        return hexadecimal(value, "0123456789abcdef", width, ' ');
+    }
     // "%llX", "%0<width>llX".
     dwarf_text &upper_hex(std::uint64_t value, std::size_t width = 0)
     {
-        const std::size_t start = hex(value, width).last_;
-        for (std::size_t i = start; i < buffer_.size(); ++i) {
-            buffer_[i] = buffer_[i] >= 'a' ? static_cast<char>(buffer_[i] - 'a' + 'A') : buffer_[i];
-        }
-        return *this;
+        return hexadecimal(value, "0123456789ABCDEF", width, '0');
     }
     // Behind a value of target units, what it is in bytes, where that differs.
     dwarf_text &actual_number(std::uint32_t units)
@@ -79,39 +84,76 @@ public:
     }
 
 private:
-    static constexpr std::size_t FULL = 65536;
-    static constexpr int DECIMAL = 10;
-    static constexpr int HEXADECIMAL = 16;
-    static constexpr std::size_t DIGITS_MAX = 24; // of any 64-bit number, with its sign
+    static constexpr std::size_t SIZE = 65536;
+    static constexpr std::size_t NUMBER_SIZE = 32; // above that of any number, and of the widths in use
+    static constexpr std::uint32_t DIGIT_BITS = 4;
+    static constexpr std::uint64_t DIGIT_MASK = 0xF;
 
+    std::size_t room() const { return SIZE - static_cast<std::size_t>(at_ - buffer_.get()); }
     void write()
     {
-        std::fwrite(buffer_.data(), 1, buffer_.size(), stream_);
-        buffer_.clear();
+        std::fwrite(buffer_.get(), 1, static_cast<std::size_t>(at_ - buffer_.get()), stream_);
+        at_ = buffer_.get();
+    }
+    // NOLINTNEXTLINE(misc-no-recursion): see text
+    dwarf_text &large_text(std::string_view text)
+    {
+        write();
+        if (text.size() > SIZE) {
+            std::fwrite(text.data(), 1, text.size(), stream_);
+            return *this;
+        }
+        return this->text(text);
+    }
+    char *start_number()
+    {
+        if (room() < NUMBER_SIZE) {
+            write();
+        }
+        return at_;
     }
     template <typename T>
-    dwarf_text &digits(T value, int base, std::size_t width, char pad, std::size_t left_width)
+    dwarf_text &decimal(T value, std::size_t width, char pad, std::size_t left_width)
     {
-        char shown[DIGITS_MAX];
-        const std::size_t size =
-            static_cast<std::size_t>(std::to_chars(shown, shown + DIGITS_MAX, value, base).ptr - shown);
-        last_ = buffer_.size();
-        if (size < width) {
-            buffer_.append(width - size, pad);
+        char digits[NUMBER_SIZE];
+        const auto size = static_cast<std::size_t>(std::to_chars(digits, digits + NUMBER_SIZE, value).ptr - digits);
+        char *place = start_number();
+        for (; width > size; --width) {
+            *place++ = pad;
         }
-        buffer_.append(shown, size);
-        if (size < left_width) {
-            buffer_.append(left_width - size, ' ');
+        place = std::copy_n(digits, size, place);
+        for (; left_width > size; --left_width) {
+            *place++ = ' ';
+        }
+        at_ = place;
+        return *this;
+    }
+    dwarf_text &hexadecimal(std::uint64_t value, const char *digits, std::size_t width, char pad)
+    {
+        char *start = start_number();
+        const auto size = static_cast<std::size_t>(std::bit_width(value | 1) + 3) / DIGIT_BITS;
+        for (; width > size; --width) {
+            *start++ = pad;
+        }
+        at_ = start + size;
+        for (char *place = at_; place != start; value >>= DIGIT_BITS) {
+            *--place = digits[value & DIGIT_MASK];
         }
         return *this;
     }
 
     std::FILE *stream_;
-    std::string buffer_;
-    std::size_t last_ = 0; // where the last number stands
+    std::unique_ptr<char[]> buffer_;
+    char *at_; // where the next character goes
 };
 
 using dwarf_bytes_view = std::span<const std::uint8_t>;
+
+// A place in a section, in target units.
+inline std::uint32_t dwarf_unscaled(std::size_t offset)
+{
+    return dwarf_access->dwarf_unscale_offset(static_cast<std::uint32_t>(offset));
+}
 
 // Reads a section and never leaves it: what does not fit gives 0 and leaves the cursor failed, which the caller tests
 // once a record.

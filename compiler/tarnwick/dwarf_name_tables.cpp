@@ -60,7 +60,7 @@ constexpr dwarf_name_row TAG_ROWS[] = {
     {0x36, "dwarf_procedure"},
     {0x37, "restrict_type"},
     {0x38, "interface_type"},
-    {0, nullptr},
+    {0, {}},
 };
 static_assert(std::size(TAG_ROWS) == 51 + 1);
 
@@ -124,7 +124,7 @@ constexpr dwarf_name_row ATTRIBUTE_ROWS[] = {
     {0x4b, "variable_parameter"},
     {0x4c, "virtuality"},
     {0x4d, "vtable_elem_location"},
-    {0, nullptr},
+    {0, {}},
 };
 static_assert(std::size(ATTRIBUTE_ROWS) == 59 + 1);
 
@@ -132,7 +132,7 @@ constexpr dwarf_name_row FORM_ROWS[] = {
     {0x01, "addr"},   {0x03, "block2"},    {0x04, "block4"},   {0x05, "data2"}, {0x06, "data4"}, {0x07, "data8"},
     {0x08, "string"}, {0x09, "block"},     {0x0a, "block1"},   {0x0b, "data1"}, {0x0c, "flag"},  {0x0d, "sdata"},
     {0x0e, "strp"},   {0x0f, "udata"},     {0x10, "ref_addr"}, {0x11, "ref1"},  {0x12, "ref2"},  {0x13, "ref4"},
-    {0x14, "ref8"},   {0x15, "ref_udata"}, {0x16, "indirect"}, {0, nullptr},
+    {0x14, "ref8"},   {0x15, "ref_udata"}, {0x16, "indirect"}, {0, {}},
 };
 static_assert(std::size(FORM_ROWS) == 21 + 1);
 
@@ -166,7 +166,7 @@ constexpr dwarf_name_row OPERATOR_ROWS[] = {
     {0x88, "breg24"},  {0x89, "breg25"},  {0x8a, "breg26"},     {0x8b, "breg27"},      {0x8c, "breg28"},
     {0x8d, "breg29"},  {0x8e, "breg30"},  {0x8f, "breg31"},     {0x90, "regx"},        {0x91, "fbreg"},
     {0x92, "bregx"},   {0x93, "piece"},   {0x94, "deref_size"}, {0x95, "xderef_size"}, {0x96, "nop"},
-    {0, nullptr},
+    {0, {}},
 };
 static_assert(std::size(OPERATOR_ROWS) == 145 + 1);
 
@@ -190,7 +190,7 @@ constexpr dwarf_name_row FRAME_ROWS[] = {
     {0x40, "advance_loc"},
     {0x80, "offset"},
     {0xc0, "restore"},
-    {0, nullptr},
+    {0, {}},
 };
 static_assert(std::size(FRAME_ROWS) == 18 + 1);
 
@@ -204,7 +204,7 @@ constexpr dwarf_name_row LINE_ROWS[] = {
     {0x07, "set_basic_block"},
     {0x08, "const_add_pc"},
     {0x09, "fixed_advance_pc"},
-    {0, nullptr},
+    {0, {}},
 };
 static_assert(std::size(LINE_ROWS) == 9 + 1);
 
@@ -212,14 +212,32 @@ constexpr dwarf_name_row EXTENDED_LINE_ROWS[] = {
     {0x01, "end_sequence"},
     {0x02, "set_address"},
     {0x03, "define_file"},
-    {0, nullptr},
+    {0, {}},
 };
 static_assert(std::size(EXTENDED_LINE_ROWS) == 3 + 1);
 
 constexpr dwarf_name_row MACINFO_ROWS[] = {
-    {0x01, "define"}, {0x02, "undef"}, {0x03, "start_file"}, {0x04, "end_file"}, {0xff, "vendor_ext"}, {0, nullptr},
+    {0x01, "define"}, {0x02, "undef"}, {0x03, "start_file"}, {0x04, "end_file"}, {0xff, "vendor_ext"}, {0, {}},
 };
 static_assert(std::size(MACINFO_ROWS) == 5 + 1);
+
+consteval dwarf_name_places places_of(std::span<const dwarf_name_row> rows)
+{
+    dwarf_name_places places{};
+    for (std::size_t i = 0; i + 1 < rows.size(); ++i) {
+        places.at(rows[i].value) = static_cast<std::uint8_t>(i + 1);
+    }
+    return places;
+}
+
+constexpr dwarf_name_places TAG_PLACES = places_of(TAG_ROWS);
+constexpr dwarf_name_places ATTRIBUTE_PLACES = places_of(ATTRIBUTE_ROWS);
+constexpr dwarf_name_places FORM_PLACES = places_of(FORM_ROWS);
+constexpr dwarf_name_places OPERATOR_PLACES = places_of(OPERATOR_ROWS);
+constexpr dwarf_name_places FRAME_PLACES = places_of(FRAME_ROWS);
+constexpr dwarf_name_places LINE_PLACES = places_of(LINE_ROWS);
+constexpr dwarf_name_places EXTENDED_LINE_PLACES = places_of(EXTENDED_LINE_ROWS);
+constexpr dwarf_name_places MACINFO_PLACES = places_of(MACINFO_ROWS);
 
 constexpr std::size_t NAME_MAX_LENGTH = 128;
 constexpr std::size_t VALUE_DIGITS = 8;
@@ -234,12 +252,11 @@ void append(std::size_t &length, std::string_view text)
     length += taken;
 }
 
-const char *find_name(const dwarf_name_table &table, std::uint32_t value)
+// A name that no table holds is empty.
+std::string_view find_name(const dwarf_name_table &table, std::uint32_t value)
 {
-    const auto named = table.rows.first(table.rows.size() - 1);
-    const auto found = std::lower_bound(named.begin(), named.end(), value,
-                                        [](const dwarf_name_row &row, std::uint32_t v) { return row.value < v; });
-    return found != named.end() && found->value == value ? found->name : nullptr;
+    const std::size_t place = value < table.places.size() ? table.places[value] : 0;
+    return place != 0 ? table.rows[place - 1].name : std::string_view();
 }
 
 void append_unknown(std::size_t &length, const dwarf_name_table &table, std::uint32_t value)
@@ -258,8 +275,8 @@ void append_unknown(std::size_t &length, const dwarf_name_table &table, std::uin
 std::size_t compose(const dwarf_name_table &table, std::uint32_t value, bool with_prefix)
 {
     std::size_t length = 0;
-    const char *name = find_name(table, value);
-    if (name == nullptr) {
+    const std::string_view name = find_name(table, value);
+    if (name.empty()) {
         append_unknown(length, table, value);
         return length;
     }
@@ -274,14 +291,14 @@ std::size_t compose(const dwarf_name_table &table, std::uint32_t value, bool wit
 
 } // namespace
 
-const dwarf_name_table dwarf_tag_names = {"TAG", 0x4080, 0xFFFF, TAG_ROWS};
-const dwarf_name_table dwarf_attribute_names = {"AT", 0x2000, 0x3FFF, ATTRIBUTE_ROWS};
-const dwarf_name_table dwarf_form_names = {"FORM", 0, 0, FORM_ROWS};
-const dwarf_name_table dwarf_operator_names = {"OP", 0xE0, 0xFF, OPERATOR_ROWS};
-const dwarf_name_table dwarf_frame_names = {"CFA", 0x1C, 0x3F, FRAME_ROWS};
-const dwarf_name_table dwarf_line_names = {"LNS", 0, 0, LINE_ROWS};
-const dwarf_name_table dwarf_extended_line_names = {"LNE", 0, 0, EXTENDED_LINE_ROWS};
-const dwarf_name_table dwarf_macinfo_names = {"MACINFO", 0, 0, MACINFO_ROWS};
+const dwarf_name_table dwarf_tag_names = {"TAG", 0x4080, 0xFFFF, TAG_ROWS, TAG_PLACES};
+const dwarf_name_table dwarf_attribute_names = {"AT", 0x2000, 0x3FFF, ATTRIBUTE_ROWS, ATTRIBUTE_PLACES};
+const dwarf_name_table dwarf_form_names = {"FORM", 0, 0, FORM_ROWS, FORM_PLACES};
+const dwarf_name_table dwarf_operator_names = {"OP", 0xE0, 0xFF, OPERATOR_ROWS, OPERATOR_PLACES};
+const dwarf_name_table dwarf_frame_names = {"CFA", 0x1C, 0x3F, FRAME_ROWS, FRAME_PLACES};
+const dwarf_name_table dwarf_line_names = {"LNS", 0, 0, LINE_ROWS, LINE_PLACES};
+const dwarf_name_table dwarf_extended_line_names = {"LNE", 0, 0, EXTENDED_LINE_ROWS, EXTENDED_LINE_PLACES};
+const dwarf_name_table dwarf_macinfo_names = {"MACINFO", 0, 0, MACINFO_ROWS, MACINFO_PLACES};
 
 std::string_view dwarf_name(const dwarf_name_table &table, std::uint32_t value, bool with_prefix)
 {

@@ -2,6 +2,7 @@
 // The names of DWARF constants, one table for each class of them.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -9,14 +10,18 @@
 
 struct dwarf_name_row {
     std::uint32_t value = 0;
-    const char *name = nullptr; // without "DW_" and the class word; null in the last row
+    std::string_view name; // without "DW_" and the class word; null in the last row
 };
 
+// For each number that a name can have, 1 above its row; 0 for those without one.
+using dwarf_name_places = std::array<std::uint8_t, 256>;
+
 struct dwarf_name_table {
-    const char *class_word = nullptr;
+    std::string_view class_word;
     std::uint32_t user_low = 0; // both 0 if the class has no user range
     std::uint32_t user_high = 0;
     std::span<const dwarf_name_row> rows; // ascending, but for the last one
+    const dwarf_name_places &places;
 };
 
 extern const dwarf_name_table dwarf_tag_names;

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Printing an ELF file: headers, symbols, strings and data; the debugging sections have a room of their own.
 //
-// Nothing in a file is believed before the bytes are there. Parts of a damaged file may overlap, and many records may
-// share one endless name: what that can cost more than the file itself has comes out of an allowance that no sound file
-// uses up.
+// Nothing in a file is believed before the bytes are there.
 #include "compiler/tarnwick/elf_dump.h"
 
 #include <algorithm>
@@ -17,6 +15,7 @@
 
 #include "common/alert.h"
 #include "common/trace.h"
+#include "compiler/tarnwick/dump_allowance.h"
 #include "compiler/tarnwick/dump_rows.h"
 #include "compiler/tarnwick/dwarf_accessors.h"
 #include "compiler/tarnwick/dwarf_dump.h"
@@ -51,11 +50,6 @@ constexpr std::size_t SYMBOL_NAME_WIDTH = 24;
 constexpr std::size_t SYMBOL_SIZE_WIDTH = 5;
 constexpr std::size_t BINDING_WIDTH = 12;
 constexpr std::size_t SYMBOL_TYPE_WIDTH = 25;
-
-// What data and long names may take beside the file's own size.
-constexpr std::uint64_t ALLOWANCE = std::uint64_t{1} << 20;
-constexpr std::uint64_t ALLOWANCE_PER_BYTE = 4;
-constexpr std::size_t FREE_NAME_LENGTH = 255; // what a name has beyond this is taken from the allowance
 
 constexpr std::uint32_t SYMBOLS_PIECE = 4096; // entries that are held at a time
 
@@ -106,10 +100,7 @@ std::uint64_t size_of(std::FILE *stream)
 
 class elf_printer {
 public:
-    explicit elf_printer(std::FILE *stream)
-        : stream_(stream), file_size_(size_of(stream)), allowance_(ALLOWANCE + ALLOWANCE_PER_BYTE * file_size_)
-    {
-    }
+    explicit elf_printer(std::FILE *stream) : stream_(stream), file_size_(size_of(stream)), allowance_(file_size_) {}
 
     bool print();
 
@@ -152,7 +143,7 @@ private:
 
     std::FILE *stream_;
     std::uint64_t file_size_;
-    std::uint64_t allowance_; // bytes
+    dump_allowance allowance_; // for data and long names
     dump_rows rows_{stdout};
     std::array<std::uint8_t, ELF_HEADER_SIZE> header_{};
     std::vector<std::uint8_t> sections_; // as they stand in the file
@@ -275,15 +266,7 @@ std::string_view elf_printer::name_at(std::string_view table, std::uint32_t offs
     if (offset >= table.size()) {
         return UNKNOWN_NAME;
     }
-    const char *text = table.data() + offset;
-    const std::size_t room = table.size() - offset;
-    std::size_t length = ::strnlen(text, std::min(room, FREE_NAME_LENGTH));
-    if (length == FREE_NAME_LENGTH) {
-        const std::size_t more = ::strnlen(text + length, std::min<std::uint64_t>(room - length, allowance_));
-        allowance_ -= more;
-        length += more;
-    }
-    return {text, length};
+    return allowance_.text(table.data() + offset, table.size() - offset);
 }
 
 bool elf_printer::select_extension()
@@ -392,8 +375,7 @@ void elf_printer::print_section_data()
 void elf_printer::print_data(std::uint32_t offset, std::uint32_t length)
 {
     const std::uint64_t held = file_size_ - std::min<std::uint64_t>(file_size_, offset);
-    const std::uint64_t shown = std::min({std::uint64_t{length}, held, allowance_});
-    allowance_ -= shown;
+    const std::uint64_t shown = allowance_.take(std::min<std::uint64_t>(length, held));
     elf_hex_rows(offset, static_cast<std::uint32_t>(shown), stream_);
 }
 

@@ -10,7 +10,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from reference_model import without_symbol_types, write_elf, write_intel_hex, write_s_records
+from reference_outputs import without_symbol_types, write_elf, write_intel_hex, write_s_records
 
 try:
     from elftools.elf.elffile import ELFFile
@@ -42,6 +42,24 @@ def shared_samples_folder():
     """The folder of further sample programs, or None where there is none."""
     path = os.environ.get("TARNWICK_SHARED_SAMPLES")
     return Path(path) if path and Path(path).is_dir() else None
+
+
+def sample_programs():
+    """The folders of all sample programs: those of the repository, then the further ones."""
+    own = sorted(path.parent for path in samples_folder().glob("*/*.tmf"))
+    shared = shared_samples_folder()
+    if shared is None:
+        print("no folder of further sample programs: the samples of the repository alone are judged", flush=True)
+        return own
+    return own + sorted(path.parent for path in shared.glob("*/*.tmf"))
+
+
+def judge_samples(module, tests_of):
+    """A test class in this module for each sample program, of the tests that `tests_of` gives for its folder."""
+    for folder in sample_programs():
+        name = "".join(letter if letter.isalnum() else "_" for letter in folder.name)
+        made = type(name, (tests_of(folder), Judge), {"folder": folder, "__module__": module})
+        setattr(sys.modules[module], name, made)
 
 
 def environment(scratch):

@@ -218,24 +218,7 @@ class Readers:
             self.assertEqual([(int(low, 16), int(high, 16)) for low, high in entries], ours)
 
 
-def test_class(folder):
-    name = "".join(letter if letter.isalnum() else "_" for letter in folder.name)
-    return type(name, (Readers, judging.Judge), {"folder": folder, "__module__": __name__})
-
-
-def sample_programs():
-    found = [judging.samples_folder() / "blink"]
-    shared = judging.shared_samples_folder()
-    if shared is None:
-        print("no folder of further sample programs: blink alone is read", flush=True)
-        return found
-    return found + sorted(path.parent for path in shared.glob("*/*.tmf"))
-
-
-for sample in sample_programs():
-    made = test_class(sample)
-    globals()[made.__name__] = made
-del made
+judging.judge_samples(__name__, lambda folder: Readers)
 
 
 if __name__ == "__main__":

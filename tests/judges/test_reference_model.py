@@ -16,13 +16,10 @@ from reference_model import (
     Segment,
     compare,
     hash_string,
-    os_abi,
     quicksort,
     skip_list_order,
-    write_elf,
-    write_intel_hex,
-    write_s_records,
 )
+from reference_outputs import os_abi, write_elf, write_intel_hex, write_s_records
 
 
 def new_model(**settings):

@@ -269,25 +269,9 @@ class SampleFacts(SampleProgram):
         self.check_image(judging.s_record_bytes((self.plain() / "o.s19").read_text()))
 
 
-def test_class(folder):
-    name = "".join(letter if letter.isalnum() else "_" for letter in folder.name)
-    tests = SampleFacts if (folder / "facts.json").is_file() else SampleProgram
-    return type(name, (tests, judging.Judge), {"folder": folder, "__module__": __name__})
-
-
-def sample_programs():
-    own = [path.parent for path in judging.samples_folder().glob("*/*.tmf")]
-    shared = judging.shared_samples_folder()
-    if shared is None:
-        print("no folder of further sample programs: the samples of the repository alone are judged", flush=True)
-        return sorted(own)
-    return sorted(own) + sorted(path.parent for path in shared.glob("*/*.tmf"))
-
-
-for sample in sample_programs():
-    made = test_class(sample)
-    globals()[made.__name__] = made
-del made
+judging.judge_samples(
+    __name__, lambda folder: SampleFacts if (folder / "facts.json").is_file() else SampleProgram
+)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The name tables, abbreviations, entries with their forms, and location expressions.
+// The name tables, entries with their forms, and location expressions.
 #include "compiler/tarnwick/dwarf_name_tables.h"
+
+#include <algorithm>
+#include <set>
+
 #include "tests/unit/tarnwick/dwarf_dump_testing.h"
 
 namespace {
@@ -22,12 +26,9 @@ section_bytes one_attribute(std::uint8_t attribute, std::uint8_t form)
     return section_bytes().raw({1, 0x34, 0, attribute, form, 0, 0, 0});
 }
 
-section_bytes unit_of(const section_bytes &entries)
+section_bytes unit_of(const section_bytes &entries, std::uint8_t pointer_size = 4, std::uint32_t table = 0)
 {
-    section_bytes unit;
-    unit.b2(2).b4(0).b1(4);
-    unit.insert(unit.end(), entries.begin(), entries.end());
-    return with_length(unit);
+    return with_length(section_bytes().b2(2).b4(table).b1(pointer_size).bytes(entries));
 }
 
 std::string info(const section_bytes &section, const section_bytes &abbrev, const section_bytes &str = {})
@@ -50,11 +51,78 @@ std::string value_of(std::uint8_t attribute, std::uint8_t form, std::initializer
     return text.substr(std::min(start.size(), text.size()));
 }
 
-std::string expression(std::initializer_list<std::uint8_t> bytes)
+// The same with another pointer size.
+std::string value_at(std::uint8_t pointer_size, std::uint8_t form, std::initializer_list<std::uint8_t> value)
+{
+    const section_bytes unit = unit_of(section_bytes().b1(1).raw(value), pointer_size);
+    const std::string text = info(unit, one_attribute(0x11, form));
+    const std::string start = ENTRY + "     DW_AT_low_pc         :";
+    const std::size_t place = text.find(start);
+    return place == std::string::npos ? "no attribute in " + text : text.substr(place + start.size());
+}
+
+std::string expression(std::initializer_list<std::uint8_t> bytes, std::uint32_t pointer_size = 4)
 {
     const dwarf_room room;
     const section_bytes content = section_bytes().raw(bytes);
-    return printed_by([&](dwarf_text &out) { dwarf_loc_read_location(out, content, 4); });
+    return printed_by([&](dwarf_text &out) { dwarf_loc_read_location(out, content, pointer_size); });
+}
+
+struct table_facts {
+    const dwarf_name_table &table;
+    std::size_t rows;
+    std::uint32_t first;
+    std::string first_name;
+    std::uint32_t last;
+    std::string last_name;
+};
+
+TEST(dwarf_dump_names, every_table_has_its_rows)
+{
+    for (const table_facts &facts :
+         {table_facts{dwarf_tag_names, 51, 0, "DW_TAG_padding", 0x38, "DW_TAG_interface_type"},
+          {dwarf_attribute_names, 59, 1, "DW_AT_sibling", 0x4D, "DW_AT_vtable_elem_location"},
+          {dwarf_form_names, 21, 1, "DW_FORM_addr", 0x16, "DW_FORM_indirect"},
+          {dwarf_operator_names, 145, 3, "DW_OP_addr", 0x96, "DW_OP_nop"},
+          {dwarf_frame_names, 18, 0, "DW_CFA_nop", 0xC0, "DW_CFA_restore"},
+          {dwarf_line_names, 9, 1, "DW_LNS_copy", 9, "DW_LNS_fixed_advance_pc"},
+          {dwarf_extended_line_names, 3, 1, "DW_LNE_end_sequence", 3, "DW_LNE_define_file"},
+          {dwarf_macinfo_names, 5, 1, "DW_MACINFO_define", 0xFF, "DW_MACINFO_vendor_ext"}}) {
+        ASSERT_EQ(facts.rows + 1, facts.table.rows.size()) << facts.first_name;
+        EXPECT_EQ(facts.first, facts.table.rows.front().value);
+        EXPECT_EQ(facts.last, facts.table.rows[facts.rows - 1].value);
+        EXPECT_EQ(facts.first_name, dwarf_name(facts.table, facts.first, true));
+        EXPECT_EQ(facts.last_name, dwarf_name(facts.table, facts.last, true));
+        EXPECT_EQ(0U, facts.table.rows.back().value);
+        EXPECT_EQ(nullptr, facts.table.rows.back().name.data());
+        for (std::size_t i = 1; i < facts.rows; ++i) {
+            EXPECT_LT(facts.table.rows[i - 1].value, facts.table.rows[i].value);
+        }
+    }
+}
+
+TEST(dwarf_dump_names, limits_of_the_user_ranges)
+{
+    struct range {
+        const dwarf_name_table &table;
+        std::uint32_t low;
+        std::uint32_t high;
+    };
+    for (const range &r : {range{dwarf_tag_names, 0x4080, 0xFFFF},
+                           {dwarf_attribute_names, 0x2000, 0x3FFF},
+                           {dwarf_operator_names, 0xE0, 0xFF},
+                           {dwarf_frame_names, 0x1C, 0x3F}}) {
+        const std::string mark = " (user-defined)";
+        EXPECT_TRUE(std::string(dwarf_name(r.table, r.low, true)).ends_with(mark));
+        EXPECT_TRUE(std::string(dwarf_name(r.table, r.high, true)).ends_with(mark));
+        EXPECT_FALSE(std::string(dwarf_name(r.table, r.low - 1, true)).ends_with(mark));
+        EXPECT_FALSE(std::string(dwarf_name(r.table, r.high + 1, true)).ends_with(mark));
+    }
+    for (const dwarf_name_table *table :
+         {&dwarf_form_names, &dwarf_line_names, &dwarf_extended_line_names, &dwarf_macinfo_names}) {
+        EXPECT_EQ("?? 0x0000003F", dwarf_name(*table, 0x3F, true));
+        EXPECT_EQ("?? 0x00000000", dwarf_name(*table, 0, true));
+    }
 }
 
 TEST(dwarf_dump_names, rows_prefix_padding_and_unknown_values)
@@ -75,31 +143,6 @@ TEST(dwarf_dump_names, rows_prefix_padding_and_unknown_values)
     EXPECT_EQ("DW_MACINFO_vendor_ext", dwarf_name(dwarf_macinfo_names, 0xFF, true));
     EXPECT_EQ("DW_AT_name          ", dwarf_name_padded(dwarf_attribute_names, 3, true, 20));
     EXPECT_EQ(128U, dwarf_name_padded(dwarf_form_names, 8, true, 500).size());
-}
-
-TEST(dwarf_dump_abbrev, entries_and_their_pairs)
-{
-    const dwarf_room room;
-    const section_bytes section =
-        section_bytes().raw({1, 0x11, 1, 3, 8, 0x11, 1, 0, 0, 2, 0x34, 0, 0, 0, 3, 0x24, 7, 0, 0, 0});
-    EXPECT_EQ("\n  Number TAG\n"
-              "   1      DW_TAG_compile_unit       [has children]\n"
-              "    DW_AT_name           DW_FORM_string\n"
-              "    DW_AT_low_pc         DW_FORM_addr\n"
-              "   2      DW_TAG_variable           [no children]\n"
-              "   3      DW_TAG_base_type          [not known]\n",
-              printed_by([&](dwarf_text &out) { dwarf_abbrev_dump(out, section); }));
-}
-
-TEST(dwarf_dump_abbrev, the_end_of_the_section_inside_an_entry)
-{
-    const dwarf_room room;
-    const section_bytes section = section_bytes().raw({1, 0x34, 0, 3});
-    testing::internal::CaptureStderr();
-    const std::string text = printed_by([&](dwarf_text &out) { dwarf_abbrev_dump(out, section); });
-    EXPECT_EQ("WARNING: content of .dwarf_abbrev goes beyond the section limit.\n",
-              testing::internal::GetCapturedStderr());
-    EXPECT_EQ("\n  Number TAG\n   1      DW_TAG_variable           [no children]\n", text);
 }
 
 TEST(dwarf_dump_info, forms)
@@ -134,9 +177,102 @@ TEST(dwarf_dump_info, forms)
     EXPECT_EQ("<1a>\n", value_of(0x49, 0x15, {0x1A}));
 }
 
+TEST(dwarf_dump_info, addresses_and_references_of_the_pointer_size)
+{
+    for (const std::uint8_t form : std::initializer_list<std::uint8_t>{0x01, 0x10}) {
+        const auto shown = [form](const std::string &digits) {
+            return form == 0x01 ? "0x" + digits + "\n" : "<" + digits + ">\n";
+        };
+        EXPECT_EQ(shown("fe"), value_at(1, form, {0xFE}));
+        EXPECT_EQ(shown("1234"), value_at(2, form, {0x34, 0x12}));
+        EXPECT_EQ(shown("123456789abcdef0"), value_at(8, form, {0xF0, 0xDE, 0xBC, 0x9A, 0x78, 0x56, 0x34, 0x12}));
+    }
+}
+
+TEST(dwarf_dump_info, an_address_of_no_width_is_an_internal_error)
+{
+    for (const std::uint8_t form : std::initializer_list<std::uint8_t>{0x01, 0x10}) {
+        for (const std::uint8_t width : std::initializer_list<std::uint8_t>{0, 3, 5, 9, 255}) {
+            const survived_errors errors;
+            EXPECT_EQ(END_WARNING + ERROR_LINE, value_at(width, form, {1, 2, 3, 4, 5, 6, 7, 8, 9}));
+            EXPECT_EQ(1U, errors.count());
+        }
+    }
+}
+
+TEST(dwarf_dump_info, references_count_from_the_unit)
+{
+    const section_bytes abbrev = section_bytes()
+                                     .raw({1, 0x34, 0})
+                                     .raw({0x49, 0x11, 0x49, 0x12, 0x49, 0x13})
+                                     .raw({0x49, 0x14, 0x49, 0x15, 0x49, 0x10, 0, 0, 0});
+    section_bytes section = unit_of({});
+    const section_bytes entry =
+        section_bytes().b1(1).b1(0xFF).b2(0xFFFF).b4(0xFFFFFFFF).number(UINT64_MAX, 8).raw({5}).b4(0xFFFFFFFF);
+    section.bytes(unit_of(entry)); // at 11
+    const std::string type = "     DW_AT_type           :<";
+    const std::string text = info(section, abbrev);
+    EXPECT_EQ(type + "10a>\n" + type + "1000a>\n" + type + "a>\n" + type + "a>\n" + type + "10>\n" + type +
+                  "10000000a>\n",
+              text.substr(std::min(text.size(), text.find(type))));
+}
+
+TEST(dwarf_dump_info, strings_of_the_table)
+{
+    EXPECT_EQ("<1> (\"cut\")\n", value_of(0x03, 0x0E, {1, 0, 0, 0}, section_bytes().raw({0, 'c', 'u', 't'})));
+    EXPECT_EQ("<0> (\"???\")\n", value_of(0x03, 0x0E, {0, 0, 0, 0}));
+    EXPECT_EQ("<ffffffff> (\"???\")\n", value_of(0x03, 0x0E, {255, 255, 255, 255}, section_bytes().text("a")));
+    const std::string name(100000, 'n');
+    EXPECT_EQ("<0> (\"" + name + "\")\n", value_of(0x03, 0x0E, {0, 0, 0, 0}, section_bytes().text(name)));
+}
+
+TEST(dwarf_dump_info, many_values_of_one_endless_string_stay_cheap)
+{
+    constexpr std::size_t VALUES = 4000;
+    section_bytes unit = section_bytes().b2(2).b4(0).b1(4).b1(1);
+    section_bytes abbrev = section_bytes().raw({1, 0x34, 0});
+    for (std::size_t i = 0; i < VALUES; ++i) {
+        abbrev.raw({3, 0x0E});
+        unit.b4(0);
+    }
+    abbrev.zeros(3);
+    const section_bytes str = section_bytes().text(std::string(std::size_t{1} << 18, 'x')); // 1 GiB, all together
+    const std::string text = info(with_length(unit), abbrev, str);
+    EXPECT_LT(text.size(), std::size_t{1} << 23);
+    EXPECT_EQ(VALUES, static_cast<std::size_t>(std::count(text.begin(), text.end(), '"') / 2));
+    EXPECT_TRUE(text.ends_with("     DW_AT_name           :<0> (\"" + std::string(255, 'x') + "\")\n"));
+}
+
+// One entry whose attribute's number does not end, used by all others.
+TEST(dwarf_dump_info, a_number_of_many_bytes_is_read_once)
+{
+    constexpr std::size_t ENTRIES = 200000;
+    section_bytes abbrev = section_bytes().raw({1, 0x34, 0, 0x8B});
+    abbrev.insert(abbrev.end(), ENTRIES, 0x80);
+    abbrev.raw({0, 0x0B, 0, 0, 2, 0x11, 1, 0, 0, 0});
+    section_bytes unit = section_bytes().b2(2).b4(0).b1(4).b1(2);
+    for (std::size_t i = 0; i < ENTRIES; ++i) {
+        unit.b1(1).b1(7);
+    }
+    const std::string text = info(with_length(unit), abbrev);
+    EXPECT_TRUE(text.ends_with("(DW_TAG_variable)\n     DW_AT_byte_size      :0x7 (7)\n"));
+}
+
+TEST(dwarf_dump_info, entries_nested_without_end)
+{
+    const section_bytes abbrev = section_bytes().raw({1, 0x34, 1, 0, 0, 0});
+    section_bytes entries;
+    entries.insert(entries.end(), 200000, 1);
+    const std::string text = info(unit_of(entries), abbrev);
+    EXPECT_TRUE(text.ends_with(" <199999><30d4a>: Abbrev Number: 1 (DW_TAG_variable)\n"));
+}
+
 TEST(dwarf_dump_info, indirect_and_unknown_forms_stop_the_dump)
 {
     EXPECT_EQ("0x7 (7)\n" + FORM_WARNING + ERROR_LINE, value_of(0x0B, 0x16, {0x0B, 7}));
+    EXPECT_EQ("\"a\"\n" + FORM_WARNING + ERROR_LINE, value_of(0x03, 0x16, {0x16, 0x88, 0x00, 'a', 0}));
+    EXPECT_EQ(FORM_WARNING + ERROR_LINE, value_of(0x0B, 0x16, {0x17, 7}));
+    EXPECT_EQ(FORM_WARNING + ERROR_LINE, value_of(0x0B, 0x02, {0, 0}));
     EXPECT_EQ(FORM_WARNING + ERROR_LINE, value_of(0x0B, 0x17, {0, 0}));
 }
 
@@ -177,6 +313,84 @@ TEST(dwarf_dump_info, levels_null_entries_and_siblings)
                   "continue...\n" +
                   ERROR_LINE,
               info(unit_of(section_bytes().raw({9})), abbrev));
+}
+
+TEST(dwarf_dump_info, a_unit_without_an_entry)
+{
+    const section_bytes abbrev = one_attribute(3, 8);
+    EXPECT_EQ(unit_header(7), info(unit_of({}), abbrev));
+    EXPECT_EQ(unit_header(10), info(unit_of(section_bytes().zeros(3)), abbrev));
+    EXPECT_EQ(unit_header(9) + " WARNING: Compile unit entry has siblings when it should not have, ignoring...\n",
+              info(unit_of(section_bytes().raw({0, 1})), abbrev));
+    EXPECT_EQ(unit_header(8) + END_WARNING + ERROR_LINE, info(unit_of(section_bytes().raw({0x81})), abbrev));
+}
+
+TEST(dwarf_dump_info, a_unit_that_the_section_cuts)
+{
+    section_bytes section = unit_of(section_bytes().raw({1, 'a'}));
+    section[0] = 0xFF;
+    EXPECT_EQ(unit_header(0xFF) + ENTRY + "     DW_AT_name           :" + END_WARNING + ERROR_LINE,
+              info(section, one_attribute(3, 8)));
+}
+
+TEST(dwarf_dump_info, what_stands_behind_the_last_unit)
+{
+    const std::string small = " WARNING: length of .dwarf_info section is too small, could not continue...\n\n";
+    const std::string unit = unit_header(9) + ENTRY + "     DW_AT_name           :\"\"\n";
+    const section_bytes entry = section_bytes().raw({1, 0});
+    EXPECT_EQ(unit + "\n  Compilation Unit @ d:\n   Length:        0\n" + small,
+              info(unit_of(entry).zeros(4), one_attribute(3, 8)));
+    EXPECT_EQ(unit + "\n  Compilation Unit @ d:\n" + small, info(unit_of(entry).zeros(3), one_attribute(3, 8)));
+    EXPECT_EQ(unit + "\n  Compilation Unit @ d:\n   Length:        7\n" + small,
+              info(unit_of(entry).b4(7).zeros(6), one_attribute(3, 8)));
+}
+
+TEST(dwarf_dump_info, the_pointer_size_is_that_of_the_last_unit)
+{
+    const dwarf_room room;
+    const section_bytes abbrev = one_attribute(3, 8);
+    const auto size_after = [&abbrev](const section_bytes &section) {
+        std::uint32_t size = 0;
+        printed_by([&](dwarf_text &out) { size = dwarf_info_dump(out, section, abbrev, {}); });
+        return size;
+    };
+    EXPECT_EQ(4U, size_after({}));
+    EXPECT_EQ(8U, size_after(unit_of({}, 8)));
+    EXPECT_EQ(2U, size_after(unit_of({}, 8).bytes(unit_of({}, 2))));
+    EXPECT_EQ(3U, size_after(unit_of({}, 3)));
+    EXPECT_EQ(8U, size_after(unit_of({}, 8).zeros(20))); // the second has none
+}
+
+TEST(dwarf_dump_info, a_big_endian_section)
+{
+    const dwarf_room room(true);
+    const section_bytes abbrev =
+        section_bytes().raw({1, 0x34, 0, 0x0B, 0x05, 0x0B, 0x06, 0x0B, 0x07, 0x11, 0x01, 2, 0x0A, 0, 0, 0});
+    const section_bytes unit = unit_of(section_bytes()
+                                           .b1(1)
+                                           .raw({0x12, 0x34, 0x12, 0x34, 0x56, 0x78, 0, 0, 0, 0, 0, 0, 0, 9})
+                                           .raw({0, 0, 0x01, 0x00, 3, 0x0A, 0x01, 0x02}));
+    EXPECT_EQ(unit_header(30) + ENTRY +
+                  "     DW_AT_byte_size      :0x1234 (4660)\n     DW_AT_byte_size      :0x12345678 (305419896)\n"
+                  "     DW_AT_byte_size      :0x9 (9)\n     DW_AT_low_pc         :0x100\n"
+                  "     DW_AT_location       :3 byte block a 1 2     (DW_OP_const2u: 258)\n",
+              printed_by([&](dwarf_text &out) { dwarf_info_dump(out, unit, abbrev, {}); }));
+}
+
+TEST(dwarf_dump_info, a_target_of_words)
+{
+    const word_room room;
+    const section_bytes abbrev = section_bytes().zeros(2).bytes(one_attribute(0x49, 0x11));
+    const section_bytes one = section_bytes().b4(7).b2(2).b4(1).b1(4).raw({1, 2}).zeros(5);
+    const section_bytes unit = section_bytes(one).bytes(one);
+    const std::string tail = "   Length:        7 (actual 14)\n   Version:       2\n"
+                             "   Abbrev Offset: 0x1 (actual 0x2)\n   Pointer Size:  4\n";
+    const std::string entry = ">: Abbrev Number: 1 (DW_TAG_variable)\n     DW_AT_type           :<";
+    EXPECT_EQ("\n  Compilation Unit @ 0:\n" + tail + " <0><5" + entry + "2>\n\n  Compilation Unit @ 9:\n" + tail +
+                  " <0><e" + entry + "b>\n",
+              printed_by([&](dwarf_text &out) { dwarf_info_dump(out, unit, abbrev, {}); }));
+    EXPECT_EQ(" WARNING: Size of .dwarf_info section is too small, must be at least (14), could not continue...\n\n",
+              printed_by([&](dwarf_text &out) { dwarf_info_dump(out, section_bytes().zeros(13), abbrev, {}); }));
 }
 
 TEST(dwarf_dump_info, damaged_headers)
@@ -220,7 +434,46 @@ TEST(dwarf_dump_expression, operands)
     EXPECT_EQ("DW_OP_bregx5: -8", expression({0x92, 5, 0x78}));
     EXPECT_EQ("DW_OP_piece: 4", expression({0x93, 4}));
     EXPECT_EQ("DW_OP_nop", expression({0x96}));
+    EXPECT_EQ("DW_OP_deref_size: 2", expression({0x94, 2}));
+    EXPECT_EQ("DW_OP_xderef_size: 255", expression({0x95, 255}));
+    EXPECT_EQ("DW_OP_const8s: 0xffffffffffffffff", expression({0x0F, 255, 255, 255, 255, 255, 255, 255, 255}));
+    EXPECT_EQ("DW_OP_plus_uconst: 8", expression({0x23, 8}));
+    EXPECT_EQ("DW_OP_regx: 130", expression({0x90, 0x82, 1}));
+    EXPECT_EQ("DW_OP_fbreg: -128", expression({0x91, 0x80, 0x7F}));
     EXPECT_EQ("?? 0x00000097", expression({0x97}));
+    EXPECT_EQ("?? 0x000000E0 (user-defined)", expression({0xE0, 1, 2}));
+}
+
+TEST(dwarf_dump_expression, addresses_of_other_pointer_sizes)
+{
+    EXPECT_EQ("DW_OP_addr: 0xff", expression({0x03, 0xFF}, 1));
+    EXPECT_EQ("DW_OP_addr: 0x201", expression({0x03, 1, 2}, 2));
+    EXPECT_EQ("DW_OP_addr: 0x807060504030201", expression({0x03, 1, 2, 3, 4, 5, 6, 7, 8}, 8));
+    const survived_errors errors;
+    EXPECT_EQ("DW_OP_addr: (unknown)", expression({0x03, 1, 2, 3}, 3));
+    EXPECT_EQ(1U, errors.count());
+}
+
+// Every operator with an operand, all of whose bytes are missing; all others stand alone.
+TEST(dwarf_dump_expression, operands_that_do_not_fit)
+{
+    const dwarf_room room;
+    std::set<int> with_operand = {0x03, 0x28, 0x2F, 0x90, 0x91, 0x92, 0x93, 0x94, 0x95, 0x15, 0x23};
+    for (int code = 0x08; code <= 0x11; ++code) {
+        with_operand.insert(code); // the constants
+    }
+    for (int code = 0x70; code <= 0x8F; ++code) {
+        with_operand.insert(code); // the based registers
+    }
+    for (int code = 0; code < 256; ++code) {
+        const auto byte = static_cast<std::uint8_t>(code);
+        const std::string name{dwarf_name(dwarf_operator_names, byte, true)};
+        EXPECT_EQ(name + (with_operand.contains(code) ? ": (unknown)" : ""), expression({byte}));
+    }
+    EXPECT_EQ("DW_OP_const4u: (unknown)", expression({0x0C, 1, 2, 3}));
+    EXPECT_EQ("DW_OP_constu: (unknown)", expression({0x10, 0x80, 0x80}));
+    EXPECT_EQ("DW_OP_bregx5: (unknown)", expression({0x92, 5}));
+    EXPECT_EQ("DW_OP_bregx: (unknown)", expression({0x92, 0x85}));
 }
 
 } // namespace

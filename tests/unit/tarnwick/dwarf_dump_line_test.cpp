@@ -25,9 +25,7 @@ section_bytes unit_of(const section_bytes &program, const unit_fields &fields = 
     section_bytes unit;
     unit.b2(2).b4(5 + 9 + fields.tables.size() + fields.prologue_error);
     unit.b1(fields.minimum).b1(1).b1(0xF1).b1(fields.range).b1(10).raw({0, 1, 1, 1, 1, 0, 0, 0, 1});
-    unit.insert(unit.end(), fields.tables.begin(), fields.tables.end());
-    unit.insert(unit.end(), program.begin(), program.end());
-    return with_length(unit);
+    return with_length(unit.bytes(fields.tables).bytes(program));
 }
 
 std::string header(std::size_t length, std::size_t prologue = 16, int minimum = 2, int range = 20)
@@ -115,6 +113,109 @@ TEST(dwarf_dump_line, a_sequence_without_an_end_has_no_matrix)
     EXPECT_EQ("00001: DW_LNS_copy             \n", program(section_bytes().raw({1})));
 }
 
+TEST(dwarf_dump_line, a_program_without_statements)
+{
+    EXPECT_EQ("", program({}));
+}
+
+TEST(dwarf_dump_line, units_follow_each_other)
+{
+    const section_bytes unit = unit_of(section_bytes().raw({1}));
+    const std::string shown = header(23) + EMPTY_TABLES + "00001: DW_LNS_copy             \n";
+    std::string second = shown;
+    second.replace(second.find("0x0"), 3, "0x1b");
+    EXPECT_EQ(shown + second, line(section_bytes(unit).bytes(unit)));
+}
+
+TEST(dwarf_dump_line, special_opcodes)
+{
+    // 10 is line -15, 30 is one unit and line -15, 255 is twelve units and line -10.
+    EXPECT_EQ("00001: SPECIAL                 : <0x0, -15> (Special opcode 10: advance Address by 0x0 to 0x0 and Line "
+              "by -15 to -14)\n"
+              "00002: SPECIAL                 : <0x1, -15> (Special opcode 30: advance Address by 0x2 to 0x2 and Line "
+              "by -15 to -29)\n"
+              "00003: SPECIAL                 : <0xc, -10> (Special opcode 255: advance Address by 0x18 to 0x1a and "
+              "Line by -10 to -39)\n",
+              program(section_bytes().raw({10, 30, 255})));
+}
+
+TEST(dwarf_dump_line, operands_of_many_bytes)
+{
+    EXPECT_EQ("00001: DW_LNS_advance_pc       : 0xABCDE (Advance Address by 0x1579bc to 0x1579bc)\n"
+              "00002: DW_LNS_advance_line     : 1000 (Advance Line by 1000 to 1001)\n"
+              "00003: DW_LNS_set_file         : 4294967297 (Set file to be 1)\n"
+              "00004: DW_LNS_set_column       : 4294967295 (Set column to be -1)\n"
+              "00005: DW_LNS_fixed_advance_pc : 0xFFFF (Advance Address by 0xffff to 0x1679bb)\n",
+              program(section_bytes()
+                          .raw({2, 0xDE, 0xF9, 0x2A, 3, 0xE8, 0x07, 4, 0x81, 0x80, 0x80, 0x80, 0x10})
+                          .raw({5, 0xFF, 0xFF, 0xFF, 0xFF, 0x0F, 9, 0xFF, 0xFF})));
+}
+
+TEST(dwarf_dump_line, addresses_have_the_width_that_their_opcode_tells)
+{
+    EXPECT_EQ("00001: DW_LNE_set_address      : 0xAB (Extended opcode 2: set Address to 0xab)\n"
+              "00002: DW_LNE_set_address      : 0x201 (Extended opcode 2: set Address to 0x201)\n"
+              "00003: DW_LNE_set_address      : 0x807060504030201 (Extended opcode 2: set Address to "
+              "0x807060504030201)\n",
+              program(section_bytes().raw({0, 2, 2, 0xAB, 0, 3, 2, 1, 2, 0, 9, 2, 1, 2, 3, 4, 5, 6, 7, 8})));
+}
+
+TEST(dwarf_dump_line, an_address_of_no_width_is_an_internal_error)
+{
+    for (const std::uint8_t length : std::initializer_list<std::uint8_t>{0, 1, 4, 6}) {
+        const survived_errors errors;
+        EXPECT_EQ("00001: \n WARNING: Length field was incorrect",
+                  program(section_bytes().raw({0, length, 2, 0, 0, 0, 0, 0})));
+        EXPECT_EQ(1U, errors.count());
+    }
+}
+
+TEST(dwarf_dump_line, rows_behind_the_last_end_of_a_sequence_are_not_printed)
+{
+    EXPECT_EQ("00001: DW_LNE_end_sequence     \n" + MATRIX_HEADING +
+                  "00001:  0000000000000000  1           1           0           true         false      (end of "
+                  "sequence)\n00002: DW_LNS_copy             \n",
+              program(section_bytes().raw({0, 1, 1, 1})));
+}
+
+// The rows of each are printed from its own start, so that their number does not multiply.
+TEST(dwarf_dump_line, many_sequences)
+{
+    constexpr std::size_t SEQUENCES = 50000;
+    section_bytes statements;
+    for (std::size_t i = 0; i < SEQUENCES; ++i) {
+        statements.raw({1, 0, 1, 1});
+    }
+    const std::string text = program(statements);
+    const std::string end = "99999: DW_LNS_copy             \n100000: DW_LNE_end_sequence     \n" + MATRIX_HEADING +
+                            "99999:  0000000000000000  1           1           0           true         false\n"
+                            "100000:  0000000000000000  1           1           0           true         false      "
+                            "(end of sequence)\n";
+    EXPECT_EQ(end, text.substr(text.size() - std::min(text.size(), end.size())));
+}
+
+TEST(dwarf_dump_line, a_big_endian_section)
+{
+    const dwarf_room room(true);
+    const section_bytes unit = unit_of(section_bytes().raw({0, 5, 2, 0, 0, 1, 2, 9, 1, 0}));
+    EXPECT_EQ(header(32) + EMPTY_TABLES +
+                  "00001: DW_LNE_set_address      : 0x102 (Extended opcode 2: set Address to 0x102)\n"
+                  "00002: DW_LNS_fixed_advance_pc : 0x100 (Advance Address by 0x100 to 0x202)\n",
+              printed_by([&](dwarf_text &out) { dwarf_line_dump(out, unit); }));
+}
+
+TEST(dwarf_dump_line, a_target_of_words)
+{
+    const word_room room;
+    const section_bytes unit =
+        section_bytes().b4(11).b2(2).b4(8).raw({2, 1, 0xF1, 20, 10, 0, 1, 1, 1, 1, 0, 0, 0, 1, 0, 0});
+    std::string shown = header(11, 8) + EMPTY_TABLES;
+    std::string second = shown;
+    second.replace(second.find("0x0"), 3, "0xd (actual 0x1a)");
+    EXPECT_EQ(shown + second,
+              printed_by([&](dwarf_text &out) { dwarf_line_dump(out, section_bytes(unit).bytes(unit)); }));
+}
+
 TEST(dwarf_dump_line, a_range_of_0_divides_nothing)
 {
     EXPECT_EQ("00001: SPECIAL                 : <0x0, -15> (Special opcode 255: advance Address by 0x0 to 0x0 and Line "
@@ -163,6 +264,20 @@ TEST(dwarf_dump_line, opcode_lengths_that_are_not_the_standards)
     EXPECT_EQ(expected + "Non standard opcode length was defined, could not proceed", line(unit));
 }
 
+// Only nine have a number of operands to compare with, and the list is printed to its end before the dump ends.
+TEST(dwarf_dump_line, opcodes_beyond_the_standards)
+{
+    section_bytes unit = section_bytes().b2(2).b4(5 + 13 + 2).raw({2, 1, 0xF1, 20, 13});
+    unit.raw({0, 1, 1, 1, 1, 0, 0, 0, 1, 7, 0x80, 0x01, 0, 0, 0});
+    std::string expected = header(26, 20);
+    expected.replace(expected.find("Opcode Base:                 10"), 31, "Opcode Base:                 13");
+    expected += "  Opcode 10 has 7 args\n  Opcode 11 has 128 args\n  Opcode 12 has 0 args\n";
+    EXPECT_EQ(expected + EMPTY_TABLES, line(with_length(unit)));
+    unit[2 + 4 + 5] = 3; // of opcode 1
+    expected.replace(expected.find("Opcode 1 has 0 args"), 19, "Opcode 1 has 3 args (not standard)");
+    EXPECT_EQ(expected + "Non standard opcode length was defined, could not proceed", line(with_length(unit)));
+}
+
 TEST(dwarf_dump_line, a_wrong_prologue_length)
 {
     const section_bytes unit = unit_of({}, {.prologue_error = 1});
@@ -181,11 +296,30 @@ TEST(dwarf_dump_line, a_prologue_beyond_the_section)
               line(unit));
 }
 
+// Cut behind each of its bytes, a prologue prints what is there and ends with the same lines.
+TEST(dwarf_dump_line, prologues_cut_anywhere)
+{
+    const section_bytes unit = unit_of({}, {.tables = section_bytes().text("d").b1(0).text("f").raw({1, 2, 3, 0})});
+    const std::string whole = line(unit);
+    const std::string end = "Prolog is too big (goes beyond the section limit)." + PROLOGUE_ERROR;
+    for (std::size_t size = 1; size < unit.size(); ++size) {
+        const std::string text = line(section_bytes(unit.data(), size));
+        ASSERT_TRUE(text.ends_with(end)) << size;
+        const std::string start = text.substr(0, text.size() - end.size());
+        EXPECT_EQ(whole.substr(0, start.size()), start) << size;
+        EXPECT_EQ(size >= 4, start.find("Length: ") != std::string::npos) << size;
+    }
+}
+
 TEST(dwarf_dump_line, an_unknown_opcode_is_an_internal_error)
 {
     const survived_errors errors;
     EXPECT_EQ("00001: ", program(section_bytes().raw({0, 1, 9})));
     EXPECT_EQ(1U, errors.count());
+    section_bytes unit =
+        section_bytes().b2(2).b4(5 + 10 + 2).raw({2, 1, 0xF1, 20, 11}).raw({0, 1, 1, 1, 1, 0, 0, 0, 1, 0, 0, 0, 10});
+    EXPECT_TRUE(line(with_length(unit)).ends_with("emptry.\n00001: "));
+    EXPECT_EQ(2U, errors.count());
 }
 
 } // namespace

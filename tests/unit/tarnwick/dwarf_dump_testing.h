@@ -27,11 +27,28 @@ inline std::string printed_by(const std::function<void(dwarf_text &out)> &dump)
     return text;
 }
 
+// A target whose memory unit has two bytes, with the values of the byte-addressed one.
+class word_room {
+public:
+    word_room()
+    {
+        static const dwarf_accessors WORD_ACCESSORS = [] {
+            dwarf_accessors table = dwarf_byte_accessors;
+            table.dwarf_scale_offset = [](std::uint32_t units) { return units * 2; };
+            table.dwarf_unscale_offset = [](std::uint32_t bytes) { return bytes / 2; };
+            return table;
+        }();
+        dwarf_access = &WORD_ACCESSORS;
+    }
+
+private:
+    dwarf_room room_; // puts everything back
+};
+
 // A unit's bytes behind their length.
 inline section_bytes with_length(const section_bytes &unit)
 {
     section_bytes all;
     all.b4(unit.size());
-    all.insert(all.end(), unit.begin(), unit.end());
-    return all;
+    return all.bytes(unit);
 }
