@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <new>
 #include <string_view>
 
 #include "common/alert.h"
@@ -36,7 +35,7 @@ constexpr std::uint32_t CLASS_COPIES_MAX = 1U << 20;
 
 memory_range *range_new(std::uint32_t lo, std::uint32_t hi, memory_range *next)
 {
-    return ::new (xalloc(sizeof(memory_range))) memory_range{lo, hi, next};
+    return place_record(xalloc(sizeof(memory_range)), memory_range{lo, hi, next});
 }
 
 // Whether an entry behind `hi` is in contact with what ends there.

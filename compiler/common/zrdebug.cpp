@@ -18,6 +18,8 @@
 #include "common/trace.h"
 #include "common/vector_of.h"
 #include "common/version.h"
+#include "compiler/common/problem_package.h"
+#include "compiler/common/zrdebug_warning.h"
 
 hash_of<const char *, const char *> gDebugTargets;
 
@@ -26,7 +28,6 @@ namespace {
 constexpr std::uint32_t OPEN_MESSAGE = 141;
 constexpr std::uint32_t ASSERT_MESSAGE_BASE = 1504; // less the assert mode: 1503 fatal, 1502 error, 1501 warning
 constexpr std::uint32_t DEBUG_TARGET_BUCKETS = 13;
-constexpr std::size_t WARNING_SIZE = 8192; // what the message layer prints at the most
 
 std::FILE *gFile = nullptr;               // the open trace file
 const char *gFilePath = nullptr;          // cached
@@ -37,17 +38,6 @@ std::uint32_t gIndentLevel = 0;           // current call depth
 std::uint32_t gIndentColumns = 0;
 std::uint32_t gNumber = 1; // in the default file name
 bool gOptionsSeen = false; // a `--zrdebug=` option has been processed
-
-void warn(const char *format, ...) PRINTF_LIKE(1, 2);
-void warn(const char *format, ...)
-{
-    char text[WARNING_SIZE];
-    std::va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    alert_plain("ZRDEBUG (warning): %s", text);
-}
 
 // ---- Options
 
@@ -74,12 +64,12 @@ void open_trace_file(const char *path, const char *mode)
 void parse_out(const char *argument)
 {
     if (argument == nullptr) {
-        warn("option \"out\", must have a filename argument");
+        zrdebug_warn("option \"out\", must have a filename argument");
         return;
     }
     gDefaultOutput = false;
     if (gFilePath != nullptr) {
-        warn("debug-out file was set to \"%s\", resetting to \"%s\"", gFilePath, argument);
+        zrdebug_warn("debug-out file was set to \"%s\", resetting to \"%s\"", gFilePath, argument);
     }
     const bool appends = argument[0] == '+';
     const char *path = str_cache(appends ? argument + 1 : argument);
@@ -102,7 +92,7 @@ void parse_assert(const char *argument)
         {"warning", ASSERT_WARNING},
     };
     if (argument == nullptr) {
-        warn("option \"assert\", must have an argument");
+        zrdebug_warn("option \"assert\", must have an argument");
         return;
     }
     for (const mode_name &row : MODES) {
@@ -111,14 +101,14 @@ void parse_assert(const char *argument)
             return;
         }
     }
-    warn("unknown argument (%s) given to assert option", argument);
+    zrdebug_warn("unknown argument (%s) given to assert option", argument);
 }
 
 void parse_debug(const char *argument)
 {
     auto names = argument != nullptr ? str_split(argument, ":") : vector_of<const char *>();
     if (names.empty()) {
-        warn("option \"debug\", must have at least one argument");
+        zrdebug_warn("option \"debug\", must have at least one argument");
     } else if (!gDebugTargets) {
         gDebugTargets = hash_of<const char *, const char *>::make_nocase(DEBUG_TARGET_BUCKETS);
     }
@@ -131,14 +121,14 @@ void parse_debug(const char *argument)
 void parse_num(const char *argument)
 {
     if (argument == nullptr) {
-        warn("option \"num\", must have an argument");
+        zrdebug_warn("option \"num\", must have an argument");
         return;
     }
     const std::int32_t number = text_to_int(argument);
     if (number > 0) {
         gNumber = static_cast<std::uint32_t>(number);
     } else {
-        warn("\"num\" option must be a decimal integer > 0, using \"%u\"", gNumber);
+        zrdebug_warn("\"num\" option must be a decimal integer > 0, using \"%u\"", gNumber);
     }
 }
 
@@ -150,10 +140,10 @@ struct sub_option {
 
 // In matching order: the first row whose name begins a part is the part's sub-option.
 constexpr sub_option SUB_OPTIONS[] = {
-    {"default", TRACE_ON, nullptr}, {"on", TRACE_ON, nullptr},       {"out", 0, parse_out},
-    {"sdb", TRACE_SDB, nullptr},    {"dwarf", TRACE_DWARF, nullptr}, {"alerts", TRACE_ALERTS, nullptr},
-    {"assert", 0, parse_assert},    {"debug", 0, parse_debug},       {"adt", TRACE_ADT, nullptr},
-    {"num", 0, parse_num},
+    {"default", TRACE_ON, nullptr},    {"on", TRACE_ON, nullptr},       {"out", 0, parse_out},
+    {"sdb", TRACE_SDB, nullptr},       {"dwarf", TRACE_DWARF, nullptr}, {"zip", 0, package_parse},
+    {"alerts", TRACE_ALERTS, nullptr}, {"assert", 0, parse_assert},     {"debug", 0, parse_debug},
+    {"adt", TRACE_ADT, nullptr},       {"num", 0, parse_num},
 };
 
 void parse_part(const char *part)
@@ -161,7 +151,7 @@ void parse_part(const char *part)
     const auto *found = std::find_if(std::begin(SUB_OPTIONS), std::end(SUB_OPTIONS),
                                      [&](const sub_option &row) { return str_starts_with_nocase(part, row.name); });
     if (found == std::end(SUB_OPTIONS)) {
-        warn("unknown option \"%s\"", part);
+        zrdebug_warn("unknown option \"%s\"", part);
         return;
     }
     gDebugMask |= found->mask;
@@ -222,7 +212,7 @@ void sink_line(const char *file, int line, const char *format, std::va_list argu
     std::string_view rest = format;
     const std::string first(next_line(&rest));
     if (first.empty()) {
-        warn("tracef (at %s:%d) contains no lines", file, line);
+        zrdebug_warn("tracef (at %s:%d) contains no lines", file, line);
         return;
     }
     put_prefix(file, line);
@@ -238,7 +228,7 @@ void sink_text(const char *file, int line, const char *text)
     }
     std::string_view rest = text;
     if (next_line(&rest).empty()) {
-        warn("trace (at %s:%d) contains no lines", file, line);
+        zrdebug_warn("trace (at %s:%d) contains no lines", file, line);
         return;
     }
     put_lines(file, line, text);
@@ -259,7 +249,7 @@ void sink_enter(const char *file, int line, const char *function, const char *fo
     if (gIndentLevel < MAX) {
         gIndentLevel++;
     } else {
-        warn("max debug-out indent level readched");
+        zrdebug_warn("max debug-out indent level readched");
     }
     gIndentColumns = gIndentColumns > MAX - gIndentStep ? MAX : gIndentColumns + gIndentStep;
 }
@@ -269,7 +259,7 @@ void sink_exit(const char *file, int line, const char *function, const char *for
     if (gIndentLevel > 0) {
         gIndentLevel--;
     } else {
-        warn("min debug-out indent level reached");
+        zrdebug_warn("min debug-out indent level reached");
     }
     gIndentColumns = gIndentColumns < gIndentStep ? 0 : gIndentColumns - gIndentStep;
     if (gFile == nullptr) {
@@ -359,7 +349,7 @@ void zrdebug_install()
 void zrdebug_parse(const char *option)
 {
     if (gOptionsSeen) {
-        warn("Ignoring extra --zrdebug options");
+        zrdebug_warn("Ignoring extra --zrdebug options");
         return;
     }
     gOptionsSeen = true;
@@ -383,7 +373,7 @@ void zrdebug_parse(const char *option)
     }
 }
 
-void zrdebug_args(int count, char *const *arguments)
+void trace_args(int count, char *const *arguments)
 {
     static bool program_is_named = false;
     if (gFile == nullptr) {
@@ -437,6 +427,7 @@ void zrdebug_close()
 {
     if (gDefaultOutput && file_exists(gFilePath)) {
         DB_ASSERT(gFile != nullptr, "gFile != NULL");
+        zrdebug_add_file(gFilePath, nullptr); // as it is before the master lists
     }
     if ((gDebugMask & TRACE_ADT) != 0) {
         vector_dump_master_list();

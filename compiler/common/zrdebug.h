@@ -18,12 +18,13 @@ void zrdebug_install();
 void zrdebug_parse(const char *option);
 
 // Traces the arguments of the command; the first call also names the program.
-void zrdebug_args(int count, char *const *arguments);
+void trace_args(int count, char *const *arguments);
 
 // A dump of `size` bytes, `width` in a row; a width of 0 puts all into one row. As for function entries, the caller
 // tests a class bit first.
 void trace_hexdump(const char *name, const void *address, std::uint32_t size, std::uint32_t width, bool show_text,
                    birth_place where = birth_place::here());
 
-// The end of the run: the containers' master lists go to the trace.
+// The end of the run: a trace file under its default name goes into the problem package, and the containers' master lists
+// go to the trace.
 void zrdebug_close();

@@ -19,6 +19,7 @@
 #include "common/osdep.h"
 #include "common/stringcache.h"
 #include "common/version.h"
+#include "compiler/common/problem_package.h"
 #include "compiler/common/zrdebug.h"
 #include "compiler/tarnwick/complete.h"
 #include "compiler/tarnwick/consolidate.h"
@@ -132,9 +133,10 @@ void check_options()
 
 // --- inputs ----------------------------------------------------------------------------------------------------------
 
+// An input is looked at and then read from its start, so that a pipe cannot be one.
 bool open_input(const char *path, const char *mode)
 {
-    if (file_reopen(path, mode, stdin) == nullptr) {
+    if (file_reopen(path, mode, stdin) == nullptr || std::fseek(stdin, 0, SEEK_SET) != 0) {
         alert(141, "input", path);
         return false;
     }
@@ -166,6 +168,17 @@ const format_descriptor *choose_format()
     return format;
 }
 
+// Sends what is buffered for the standard output stream. False, with a report, when not all that went there did arrive.
+bool finish_writing(const char *name)
+{
+    const bool flushed = std::fflush(stdout) == 0;
+    if (!flushed || std::ferror(stdout) != 0) {
+        alert(413, name);
+        return false;
+    }
+    return true;
+}
+
 void dump_input(const format_descriptor *format, const char *path)
 {
     std::fflush(stderr);
@@ -173,7 +186,7 @@ void dump_input(const format_descriptor *format, const char *path)
         alert(634, path);
     }
     std::fputc('\n', stdout);
-    std::fflush(stdout);
+    finish_writing("standard output");
 }
 
 void read_input(const format_descriptor *format, const char *path)
@@ -283,9 +296,9 @@ bool write_output(const format_descriptor *format, const char *name)
     verbose_note("Writing '%s' as %s", path, format->name);
     std::fflush(stderr);
     format->write(stdout, path);
-    std::fflush(stdout);
+    const bool written = finish_writing(path); // writers of text don't look at the results of their prints
     output_in_hand = false;
-    return true;
+    return written;
 }
 
 void write_outputs()
@@ -317,6 +330,10 @@ void remove_half_output()
 void end_of_run()
 {
     zrdebug_close();
+    std::fflush(stdout); // a fatal report leaves the last output half written
+    for (const char *path : each(output_files)) {
+        zrdebug_add_file(path, nullptr);
+    }
 }
 
 } // namespace

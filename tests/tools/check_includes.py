@@ -22,6 +22,7 @@ ROOMS = {
     "common/": ["common/"],
     "compiler/common/": ["common/", "compiler/common/"],
     "compiler/tarnwick/": ["common/", "compiler/common/", "compiler/tarnwick/"],
+    "docs/reference/": ["common/", "compiler/common/", "compiler/tarnwick/", "docs/reference/"],
     "tests/": ["common/", "compiler/common/", "compiler/tarnwick/", "tests/"],
 }
 

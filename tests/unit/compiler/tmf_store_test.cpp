@@ -753,6 +753,26 @@ TEST_F(TmfStore, SplitBelongsToTheFirstObjectThatHasBoth)
     EXPECT_EQ(split, (texts{"b"}));
 }
 
+// As above, where fewer objects have the parent than the child.
+TEST_F(TmfStore, SplitOfARareParent)
+{
+    for (const char *object : {"d", "c", "b", "a"}) {
+        tmf_add_psect(make_psect(object, "text1", 0x100, 0x10));
+    }
+    tmf_add_psect(make_psect("c", "text", 0x00, 0x10));
+    tmf_add_psect(make_psect("b", "text", 0x20, 0x10));
+    tmf_add_psect(make_psect("e", "lone", 0x40, 0x10));
+    tmf_add_split(str_cache("text"), str_cache("text1"));
+    tmf_add_split(str_cache("lone"), str_cache("text1")); // no object has both
+    add_function("_f", 0x08, "text", 0x104, "text1");     // in "c" and "a": resolves the splits
+    tmf_entry_ranges("_f");
+    texts split = texts_of(tmf_psects(), [](const tmf_psect *psect) {
+        return std::string(psect->tmfps_split.next != nullptr ? psect->tmfps_obj : "");
+    });
+    std::erase(split, "");
+    EXPECT_EQ(split, (texts{"b"}));
+}
+
 TEST_F(TmfStore, ChainThatMissesTheEnd)
 {
     tmf_add_psect(make_psect("m", "text", 0x00, 0x10));

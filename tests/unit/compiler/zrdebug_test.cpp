@@ -309,7 +309,7 @@ TEST(ZrdebugFile, NothingIsWrittenWithoutOne)
             trace_raw_text("x");
             trace_alert("x\n");
             trace_hexdump("x", "x", 1, 1, true);
-            zrdebug_args(0, arguments);
+            trace_args(0, arguments);
             zrdebug_close();
             note_files();
         },
@@ -452,9 +452,9 @@ TEST(ZrdebugLines, Arguments)
             start("zrdebug=on");
             std::string words[] = {"@file", "-oelf", "a b"};
             char *arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
-            zrdebug_args(1, arguments);
-            zrdebug_args(0, arguments);
-            zrdebug_args(2, arguments + 1);
+            trace_args(1, arguments);
+            trace_args(0, arguments);
+            trace_args(2, arguments + 1);
             show();
         },
         "\nAPP: TARNWICK\nARGS: @file\nARGS: None\nARGS: -oelf a b\n<end>\n");
