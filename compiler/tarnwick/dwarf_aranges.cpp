@@ -4,9 +4,9 @@
 #include "compiler/tarnwick/dwarf_aranges.h"
 
 #include <cstdlib>
-#include <new>
 #include <type_traits>
 
+#include "common/alloc.h"
 #include "common/trace.h"
 #include "compiler/tarnwick/dwarf.h"
 #include "compiler/tarnwick/dwarf_accessors.h"
@@ -55,7 +55,7 @@ void dwarf_aranges_init()
 aranges_unit_info *dwarf_aranges_start_unit(std::uint32_t info_offset)
 {
     dwarf_section_ensure_initalisation_and_enough_memory(&section);
-    auto *unit = ::new (dwarf_section_alloc_memory(sizeof(aranges_unit_info))) aranges_unit_info{};
+    auto *unit = place_record<aranges_unit_info>(dwarf_section_alloc_memory(sizeof(aranges_unit_info)));
     unit->unit_start = dwarf_section_get_size(&section);
     dwarf_section_reserve(&section, LENGTH_SIZE);
     dwarf_section_put2(&section, dwarf_get_version()); // the unit's version and not the table's own: settled so

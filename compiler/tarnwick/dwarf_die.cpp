@@ -351,7 +351,7 @@ void module_walk::die_block(const sdb_node *node)
     const bool has_children = block.bl_count != 0;
     const bool no_pc = block.bl_inline != 0; // it came in through inlining
     const std::uint32_t abbrev = dwarf_abbrev_get_lexical_block_entry(has_children, no_pc, block.bl_nranges);
-    if (gAssertMode != ASSERT_IGNORE && dwarf_use_ranges == DWARF_USE_NEVER && !no_pc) {
+    if (asserting() && dwarf_use_ranges == DWARF_USE_NEVER && !no_pc) {
         check_order_of_addresses(block);
     }
     open(node, dwarf_info_start_lexical_block(cu_, abbrev, node, has_children, no_pc));

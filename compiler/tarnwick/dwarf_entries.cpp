@@ -95,13 +95,19 @@ constexpr const char *ENUM_SIZE_TEXT =
 constexpr const char *MEMBER_SIZE_TEXT =
     "%s (%s : %u): Size of the struct member exceeds %d bytes - can not be encoded in single byte";
 
+[[gnu::noinline, gnu::cold]] void limit_exceeded(std::uint32_t limit, const char *text, const char *operation,
+                                                 birth_place where)
+{
+    TRACEF(TRACE_DWARF, text, operation, path_tail(where.file), static_cast<std::uint32_t>(where.line), limit);
+    dwarf_internal_error();
+}
+
 // A number above its limit stops the run.
 void check_limit(std::uint32_t value, std::uint32_t limit, const char *text, const char *operation,
                  birth_place where = birth_place::here())
 {
-    if (value > limit) {
-        TRACEF(TRACE_DWARF, text, operation, path_tail(where.file), static_cast<std::uint32_t>(where.line), limit);
-        dwarf_internal_error();
+    if (value > limit) [[unlikely]] {
+        limit_exceeded(limit, text, operation, where);
     }
 }
 

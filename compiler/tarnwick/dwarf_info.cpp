@@ -4,8 +4,8 @@
 #include "compiler/tarnwick/dwarf_info.h"
 
 #include <cstdlib>
-#include <new>
 
+#include "common/alloc.h"
 #include "common/freecache.h"
 #include "common/osdep.h"
 #include "common/trace.h"
@@ -134,7 +134,7 @@ compile_unit_handle dwarf_info_start_compile_unit(std::uint16_t version, std::ui
                                                   std::uint8_t address_size)
 {
     dwarf_section_ensure_initalisation_and_enough_memory(&dwarf_info_section);
-    auto *cu = ::new (dwarf_section_alloc_memory(sizeof(compile_unit_info))) compile_unit_info{};
+    auto *cu = place_record<compile_unit_info>(dwarf_section_alloc_memory(sizeof(compile_unit_info)));
     cu->unit_start = dwarf_section_get_size(&dwarf_info_section);
     cu->address_size = address_size;
     cu->type_entries = make_table<hash_of<const char *, std::uint32_t>>(__func__);
@@ -170,11 +170,6 @@ std::uint32_t dwarf_info_get_unit_offset(compile_unit_handle cu)
     return dwarf_access->dwarf_unscale_offset(cu->unit_start);
 }
 
-std::uint8_t dwarf_info_get_address_size(compile_unit_handle cu)
-{
-    return cu->address_size;
-}
-
 std::uint32_t dwarf_info_entry_offset(const dwarf_entry_info *entry)
 {
     return entry != nullptr ? dwarf_access->dwarf_unscale_offset(entry->unit_offset) : 0;
@@ -186,7 +181,7 @@ dwarf_entry_info *dwarf_info_start_entry_creation(compile_unit_info *cu, std::ui
     if (entry_infos == nullptr) {
         entry_infos = freecache_new(sizeof(dwarf_entry_info), FREECACHE_LIMIT);
     }
-    auto *entry = ::new (freecache_get(entry_infos)) dwarf_entry_info{.cu = cu, .unit_offset = here(cu)};
+    auto *entry = place_record(freecache_get(entry_infos), dwarf_entry_info{.cu = cu, .unit_offset = here(cu)});
     dwarf_section_put_uleb(&dwarf_info_section, abbrev);
     if (has_children) {
         entry->sibling_field_unit_offset = here(cu);

@@ -23,7 +23,6 @@ compile_unit_handle dwarf_info_start_compile_unit(std::uint16_t version, std::ui
 std::uint32_t dwarf_info_finish_compile_unit(compile_unit_handle cu);
 // Offset of the unit in .debug_info.
 std::uint32_t dwarf_info_get_unit_offset(compile_unit_handle cu);
-std::uint8_t dwarf_info_get_address_size(compile_unit_handle cu);
 
 // Offset of an open entry.
 std::uint32_t dwarf_info_entry_offset(const dwarf_entry_info *entry);

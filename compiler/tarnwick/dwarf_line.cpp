@@ -3,9 +3,9 @@
 #include "compiler/tarnwick/dwarf_line.h"
 
 #include <cstdlib>
-#include <new>
 #include <type_traits>
 
+#include "common/alloc.h"
 #include "common/trace.h"
 #include "compiler/tarnwick/dwarf_accessors.h"
 #include "compiler/tarnwick/dwarf_names.h"
@@ -63,13 +63,18 @@ void dwarf_line_check_and_set_next_state(line_state next)
     dwarf_line_state = next;
 }
 
+[[gnu::noinline, gnu::cold]] void wrong_current_state(const char *operation, line_state expected)
+{
+    TRACEF(TRACE_DWARF, "%s: Invalid current state: %d, expecting %d", operation, static_cast<int>(dwarf_line_state),
+           static_cast<int>(expected));
+    dwarf_internal_error();
+}
+
 void dwarf_line_check_current_state(line_state expected)
 {
     dwarf_section_ensure_initalisation_and_enough_memory(&section);
-    if (dwarf_line_state != expected) {
-        TRACEF(TRACE_DWARF, "%s: Invalid current state: %d, expecting %d", __func__, static_cast<int>(dwarf_line_state),
-               static_cast<int>(expected));
-        dwarf_internal_error();
+    if (dwarf_line_state != expected) [[unlikely]] {
+        wrong_current_state(__func__, expected);
     }
 }
 
@@ -179,7 +184,7 @@ line_unit_info *dwarf_line_start_compile_unit_information(std::uint16_t version,
     dwarf_section_ensure_initalisation_and_enough_memory(&section);
     dwarf_line_state = LINE_UNIT_STARTED;
 
-    auto *unit = ::new (dwarf_section_alloc_memory(sizeof(line_unit_info))) line_unit_info{};
+    auto *unit = place_record<line_unit_info>(dwarf_section_alloc_memory(sizeof(line_unit_info)));
     unit->minimum_instruction_length = minimum_instruction_length != 0 ? minimum_instruction_length : std::uint8_t{1};
     unit->unit_length_offset = dwarf_section_get_size(&section);
     dwarf_section_reserve(&section, LENGTH_SIZE);

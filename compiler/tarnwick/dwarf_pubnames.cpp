@@ -3,9 +3,9 @@
 #include "compiler/tarnwick/dwarf_pubnames.h"
 
 #include <cstdlib>
-#include <new>
 #include <type_traits>
 
+#include "common/alloc.h"
 #include "common/trace.h"
 #include "compiler/tarnwick/dwarf.h"
 #include "compiler/tarnwick/dwarf_accessors.h"
@@ -57,7 +57,7 @@ void dwarf_pubnames_init()
 pubnames_unit_info *dwarf_pubnames_start_unit(std::uint32_t info_offset)
 {
     dwarf_section_ensure_initalisation_and_enough_memory(&section);
-    auto *unit = ::new (dwarf_section_alloc_memory(sizeof(pubnames_unit_info))) pubnames_unit_info{};
+    auto *unit = place_record<pubnames_unit_info>(dwarf_section_alloc_memory(sizeof(pubnames_unit_info)));
     unit->unit_start = dwarf_section_get_size(&section);
     unit->info_offset = info_offset;
     return unit;

@@ -23,19 +23,15 @@ constexpr std::uint32_t LONG_SIZE = 8;
 // Bytes of the longest LEB128 of a 64-bit value.
 constexpr std::uint32_t LONGEST_LEB128 = sizeof(long long) * 8 / 7 + 1;
 
+// The checks of every put stand on the ways that are hardly ever taken: the usual way is a comparison, and saves nothing.
+
 // Grows the buffer until `room` bytes are free above the top, by doubling: what stands in a section never depends on how
-// large its buffer was. False when there is no buffer, or the section would be too large for its own offsets.
-bool make_room(section_info *sec, std::uint32_t room)
+// large its buffer was. False when the section would be too large for its own offsets.
+[[gnu::noinline, gnu::cold]] bool grow(section_info *sec, std::uint32_t room)
 {
-    if (sec->ds_start == nullptr) {
-        return false;
-    }
     const auto top_difference = static_cast<std::uint64_t>(sec->ds_top - sec->ds_start);
     DB_ASSERT(top_difference <= sec->ds_alloc_size, "top_difference <= section_info->ds_alloc_size");
     const std::uint64_t needed = top_difference + room;
-    if (needed <= sec->ds_alloc_size) [[likely]] {
-        return true;
-    }
     if (needed > LARGEST_SECTION) {
         TRACEF(TRACE_DWARF, "%s: Could not realloc memory", "dwarf_section_ensure_enough_memory");
         dwarf_internal_error();
@@ -52,11 +48,45 @@ bool make_room(section_info *sec, std::uint32_t room)
     return true;
 }
 
+// False when there is no buffer, too. A top beyond the buffer leaves no room, so `grow` is where that is asserted.
+bool make_room(section_info *sec, std::uint32_t room)
+{
+    if (sec->ds_start == nullptr) [[unlikely]] {
+        return false;
+    }
+    const auto needed = static_cast<std::uint64_t>(sec->ds_top - sec->ds_start) + room;
+    return needed <= sec->ds_alloc_size || grow(sec, room);
+}
+
+[[gnu::noinline, gnu::cold]] void assert_buffer([[maybe_unused]] const section_info *sec)
+{
+    DB_ASSERT(sec->ds_top != nullptr, "section_info->ds_top != NULL");
+    DB_ASSERT(sec->ds_start != nullptr, "section_info->ds_start != NULL");
+}
+
+// The room of the section's threshold.
+void keep_room(section_info *sec)
+{
+    if (sec->ds_top == nullptr || sec->ds_start == nullptr) [[unlikely]] {
+        assert_buffer(sec);
+    }
+    make_room(sec, sec->realloc_threshold);
+}
+
 // The room of the section's threshold, or of a larger value that is about to be written.
 bool prepare(section_info *sec, std::uint32_t size)
 {
-    DB_ASSERT(sec != nullptr, "sec != NULL");
-    return sec != nullptr && make_room(sec, std::max(sec->realloc_threshold, size));
+    if (sec == nullptr) [[unlikely]] {
+        DB_ASSERT(sec != nullptr, "sec != NULL");
+        return false;
+    }
+    return make_room(sec, std::max(sec->realloc_threshold, size));
+}
+
+[[gnu::noinline, gnu::cold]] void not_initialised(const char *operation)
+{
+    TRACEF(TRACE_DWARF, "%s: Module wasn't properly initialised", operation);
+    dwarf_internal_error();
 }
 
 // Writes a value of `size` bytes through an accessor.
@@ -75,12 +105,14 @@ std::uint32_t put_value(section_info *sec, Value v, std::uint8_t *(*put)(std::ui
 // Where a patch of `units` at `offset` goes; null when that is outside of the buffer.
 std::uint8_t *patch_place(section_info *sec, std::uint32_t offset, std::uint32_t units)
 {
-    DB_ASSERT(sec != nullptr, "sec != NULL");
-    if (sec == nullptr) {
+    if (sec == nullptr) [[unlikely]] {
+        DB_ASSERT(sec != nullptr, "sec != NULL");
         return nullptr;
     }
     const std::uint64_t end = std::uint64_t{offset} + dwarf_access->dwarf_scale_offset(units);
-    DB_ASSERT(end < sec->ds_alloc_size, "offset + dwarf_scale_offset(bytes) < sec->ds_alloc_size");
+    if (end >= sec->ds_alloc_size) [[unlikely]] {
+        DB_ASSERT(end < sec->ds_alloc_size, "offset + dwarf_scale_offset(bytes) < sec->ds_alloc_size");
+    }
     return end <= sec->ds_alloc_size ? dwarf_section_get_ptr(sec, offset) : nullptr;
 }
 
@@ -125,26 +157,23 @@ void *dwarf_section_alloc_memory(std::size_t size)
 
 void dwarf_section_ensure_enough_memory(section_info *sec)
 {
-    DB_ASSERT(sec != nullptr, "section_info != NULL");
-    if (sec == nullptr) {
+    if (sec == nullptr) [[unlikely]] {
+        DB_ASSERT(sec != nullptr, "section_info != NULL");
         return;
     }
-    DB_ASSERT(sec->ds_top != nullptr, "section_info->ds_top != NULL");
-    DB_ASSERT(sec->ds_start != nullptr, "section_info->ds_start != NULL");
-    make_room(sec, sec->realloc_threshold);
+    keep_room(sec);
 }
 
 void dwarf_section_ensure_initalisation_and_enough_memory(section_info *sec)
 {
-    DB_ASSERT(sec != nullptr, "section_info != NULL");
-    if (sec == nullptr) {
+    if (sec == nullptr) [[unlikely]] {
+        DB_ASSERT(sec != nullptr, "section_info != NULL");
         return;
     }
-    if (!sec->initialised) {
-        TRACEF(TRACE_DWARF, "%s: Module wasn't properly initialised", __func__);
-        dwarf_internal_error();
+    if (!sec->initialised) [[unlikely]] {
+        not_initialised(__func__);
     }
-    dwarf_section_ensure_enough_memory(sec);
+    keep_room(sec);
 }
 
 std::uint32_t dwarf_section_put_string(section_info *sec, const char *str)
@@ -237,14 +266,20 @@ void dwarf_section_patch4(section_info *sec, std::uint32_t v, std::uint32_t offs
 
 std::uint32_t dwarf_section_get_size(const section_info *sec)
 {
-    DB_ASSERT(sec != nullptr, "sec != NULL");
-    return sec != nullptr ? static_cast<std::uint32_t>(sec->ds_top - sec->ds_start) : 0;
+    if (sec == nullptr) [[unlikely]] {
+        DB_ASSERT(sec != nullptr, "sec != NULL");
+        return 0;
+    }
+    return static_cast<std::uint32_t>(sec->ds_top - sec->ds_start);
 }
 
 std::uint8_t *dwarf_section_get_ptr(const section_info *sec, std::uint32_t offset)
 {
-    DB_ASSERT(sec != nullptr, "sec != NULL");
-    return sec != nullptr ? sec->ds_start + offset : nullptr;
+    if (sec == nullptr) [[unlikely]] {
+        DB_ASSERT(sec != nullptr, "sec != NULL");
+        return nullptr;
+    }
+    return sec->ds_start + offset;
 }
 
 void dwarf_section_finish(const section_info *sec, std::uint8_t **data, std::uint32_t *size)

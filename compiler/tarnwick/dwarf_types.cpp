@@ -194,6 +194,7 @@ std::uint32_t bits_from_high_end(const sdb_member &member)
            static_cast<std::uint32_t>(member.sm_bitwidth);
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): `do_type` is told to create no type, and goes no deeper
 void die_member(const sdb_member &member, std::uint32_t is_union, compile_unit_handle cu)
 {
     const std::uint32_t abbrev = dwarf_abbrev_get_member_entry(member.sm_bitwidth != 0, is_union != 0);
@@ -211,6 +212,7 @@ void die_member(const sdb_member &member, std::uint32_t is_union, compile_unit_h
         static_cast<std::uint32_t>(member.sm_bitwidth), bits_from_high_end(member), offset, is_union != 0));
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): see die_member
 dtype *die_compound_type(dtype *dt, compile_unit_handle cu)
 {
     const sdb_node *node = dt->dt_type->node;
@@ -326,6 +328,7 @@ const type_element *target_of(const type_element *te)
 }
 
 // The type that was meant when null cannot be referred to.
+// NOLINTNEXTLINE(misc-no-recursion): see die_member
 dtype *emit_type(dtype *dt, compile_unit_handle cu)
 {
     switch (dt->dt_type->te_kind) {
@@ -383,6 +386,7 @@ bool is_written(dtype *dt)
 
 // Writes a type, after those that it stands over as far as they have no entry. A type may stand over a great many, so
 // they wait on a list for the one below each.
+// NOLINTNEXTLINE(misc-no-recursion): see die_member
 dtype *create_type(dtype *dt, compile_unit_handle cu)
 {
     std::vector<dtype *> waiting;
@@ -458,6 +462,7 @@ const type_element *element_below(const type_element *type)
     return type->te_index > 0 ? type - 1 : nullptr;
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): see die_member
 dtype *do_type(const type_record *record, const type_element *type, bool can_create_types, compile_unit_handle cu)
 {
     DB_ASSERT(nullptr != type, "NULL != ti");

@@ -38,6 +38,5 @@ extern const format_descriptor format_elf;
 extern const format_descriptor format_ubrof;
 
 // The operation of a format that does not have it.
-bool format_no_identify(std::FILE *stream);
 bool format_no_transfer(std::FILE *stream, const char *path);
 bool format_no_dump(std::FILE *stream);

@@ -43,11 +43,6 @@ std::uint32_t format_find_in(std::span<const format_descriptor *const> table, co
     return found;
 }
 
-bool format_no_identify(std::FILE *)
-{
-    return false;
-}
-
 bool format_no_transfer(std::FILE *, const char *)
 {
     return true;

@@ -15,6 +15,25 @@ enum class option_match : std::uint8_t {
     NEVER,         // stands in the usage text, and is recognised nowhere
 };
 
+// What stands directly behind the letter or the "=": what a shell can offer there.
+enum class option_argument : std::uint8_t {
+    NONE,
+    PATH,
+    INPUT_FORMAT,  // a key of the table of formats
+    OUTPUT_FORMAT, // a key of a format that can be written
+    CHIP,          // a processor's name and words
+    NUMBER,
+    LIST,     // pieces of the user's own, parted by commas
+    WORD,     // one of `words`
+    MESSAGES, // numbers of messages, parted by commas
+    WARNING,  // the number of a warning
+};
+
+enum class option_audience : std::uint8_t {
+    EVERYONE,
+    SUPPORT, // the manual page keeps it in a section of its own, and no shell offers it
+};
+
 struct argument_cursor {
     int count = 0;
     char *const *arguments = nullptr;
@@ -35,11 +54,17 @@ using option_handler = void (*)(const option_use &use);
 struct option_row {
     static constexpr std::uint8_t USAGE_COLUMNS = 27;
 
-    const char *name; // the letter, or the long name without its dashes
-    option_match match;
-    option_handler handler; // null for an option that is recognised nowhere
-    const char *form;       // how people are told to write it
-    const char *help;
+    const char *name = nullptr; // the letter, or the long name without its dashes
+    option_match match = option_match::NEVER;
+    option_handler handler = nullptr;  // null for an option that is recognised nowhere
+    const char *form = nullptr;        // how people are told to write it
+    const char *all_forms = nullptr;   // all ways to write it, parted by ", "; null where the form is the only one
+    const char *help = nullptr;        // one line
+    const char *description = nullptr; // a paragraph in the markup of the manual page
+    option_argument argument = option_argument::NONE;
+    bool argument_optional = false;
+    const char *words = ""; // known values, parted by blanks
+    option_audience audience = option_audience::EVERYONE;
     std::uint8_t usage_line = 0; // place in the usage text, counted from 1; 0 for an option that it leaves out
     std::uint8_t usage_columns = USAGE_COLUMNS; // to which the form is filled up with blanks in front
 };

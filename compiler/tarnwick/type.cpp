@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <unordered_set>
 #include <vector>
 
@@ -179,7 +178,7 @@ type_record *type_new(std::uint32_t room)
 {
     const std::size_t slots = std::max<std::uint32_t>(room, 1);
     void *memory = xarena(sizeof(type_record) + (slots - 1) * sizeof(type_element), alignof(type_record));
-    auto *tp = ::new (memory) type_record{};
+    auto *tp = place_record<type_record>(memory);
     tp->ty_alloc = static_cast<std::uint32_t>(slots);
     return tp;
 }
@@ -193,16 +192,19 @@ type_record *type_append(type_record *tp, const type_element &te)
         larger->ty_cnt = tp->ty_cnt;
         tp = larger;
     }
-    type_element *place = ::new (&tp->elements[tp->ty_cnt]) type_element(te);
+    auto *place = place_record(&tp->elements[tp->ty_cnt], te);
     place->te_index = tp->ty_cnt++;
     return tp;
 }
 
 const type_element *type_top(const type_record *tp)
 {
-    DB_ASSERT(tp != nullptr, "tp != NULL");
-    DB_ASSERT(tp == nullptr || tp->ty_cnt != 0, "tp->ty_cnt != 0");
-    return top_or_null(tp);
+    const type_element *top = top_or_null(tp);
+    if (top == nullptr) [[unlikely]] {
+        DB_ASSERT(tp != nullptr, "tp != NULL");
+        DB_ASSERT(tp == nullptr || tp->ty_cnt != 0, "tp->ty_cnt != 0");
+    }
+    return top;
 }
 
 type_element *type_top(type_record *tp)

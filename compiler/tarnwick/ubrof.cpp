@@ -60,7 +60,7 @@ constexpr std::uint16_t CRC_POLYNOMIAL = 0x8005;
 constexpr std::uint16_t CRC_TOP_BIT = 0x8000;
 
 // What each byte does to a register of 0. The bits of a byte enter from bit 0 up, though the register shifts left.
-constexpr std::array<std::uint16_t, 256> CRC_OF_BYTE = [] {
+constexpr std::array<std::uint16_t, 256> CRC_OF_BYTE = []() {
     std::array<std::uint16_t, 256> table{};
     for (std::size_t byte = 0; byte < table.size(); ++byte) {
         std::uint16_t crc = 0;
@@ -74,7 +74,7 @@ constexpr std::array<std::uint16_t, 256> CRC_OF_BYTE = [] {
 }();
 
 // The register's high byte meets the bits of a byte from its own bit 7 down.
-constexpr std::array<std::uint8_t, 256> MIRRORED = [] {
+constexpr std::array<std::uint8_t, 256> MIRRORED = []() {
     std::array<std::uint8_t, 256> table{};
     for (std::size_t byte = 0; byte < table.size(); ++byte) {
         for (std::size_t bit = 0; bit < 8; ++bit) {

@@ -46,6 +46,11 @@ public:
         insert(end(), count, 0);
         return *this;
     }
+    section_bytes &bytes(const section_bytes &others)
+    {
+        insert(end(), others.begin(), others.end());
+        return *this;
+    }
     // Bytes as they stand, such as those of a LEB128 number.
     section_bytes &raw(std::initializer_list<std::uint8_t> list)
     {

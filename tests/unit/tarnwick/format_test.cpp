@@ -65,7 +65,6 @@ TEST(FormatTable, RowsWithoutADump)
 
 TEST(FormatTable, OperationsThatAreNotThere)
 {
-    EXPECT_FALSE(format_no_identify(stdin));
     EXPECT_TRUE(format_no_transfer(stdin, "x"));
     EXPECT_FALSE(format_no_dump(stdin));
 }

@@ -89,6 +89,7 @@ TEST_F(machines, match_a_part_of_a_processor_name_in_any_case)
         EXPECT_TRUE(machkor.mc_matches(name)) << name;
         EXPECT_FALSE(machkorh.mc_matches(name)) << name;
     }
+    EXPECT_FALSE(machkor.mc_matches(nullptr));
     EXPECT_FALSE(machkor.mc_matches(""));
     EXPECT_FALSE(machkor.mc_matches("KO"));
     EXPECT_FALSE(machkorh.mc_matches("N2A"));

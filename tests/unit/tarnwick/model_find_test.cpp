@@ -272,6 +272,27 @@ TEST_F(ModelFind, LineAddressInRanges)
     EXPECT_EQ(tarn_line_addr("a.c", 10, &address, &nowhere, 0), 0);
 }
 
+TEST_F(ModelFind, LineAddressByBaseNameInRanges)
+{
+    add_line("src/a.c", 10, 0x100);
+    add_line("src/a.c", 10, 0x200);
+    distribute_by_file(0);
+    // In any order.
+    const range_list ranges = {{0x200, 0x2FF}, {0x180, 0x18F}};
+    std::uint32_t address = 0;
+    EXPECT_EQ(tarn_line_addr_any("a.c", 10, &address, ranges.data(), 2), 1);
+    EXPECT_EQ(address, 0x200U);
+    EXPECT_EQ(tarn_line_addr_any("a.c", 10, &address, &ranges[1], 1), 0);
+}
+
+TEST_F(ModelFind, LineAddressWithoutAFileName)
+{
+    add_line("a.c", 10, 0x100);
+    distribute_by_file(0);
+    EXPECT_EQ(find_line(nullptr, 10), NOT_FOUND);
+    EXPECT_EQ(find_any(nullptr, 10), NOT_FOUND);
+}
+
 TEST_F(ModelFind, LineAddressKeepsTheEntryBeforeFromFileToFile)
 {
     // Two records of one name, which the adding operation would not make.

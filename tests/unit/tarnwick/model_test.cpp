@@ -58,6 +58,7 @@ TEST_F(Model, TablesAreEmptyAndOfTheirSizes)
 
 TEST_F(Model, FilesAreNumberedFrom1)
 {
+    EXPECT_EQ(tarn_add_file(nullptr), 0U);
     EXPECT_EQ(tarn_add_file("a.c"), 1U);
     EXPECT_EQ(tarn_add_file("b.c"), 2U);
     EXPECT_EQ(tarn_add_file("a.c"), 1U);
