@@ -19,6 +19,7 @@ from dataclasses import dataclass, field
 from hashlib import sha256
 from pathlib import Path
 
+import trace_cost
 from workloads import ARGUMENTS
 
 ROOT = Path(__file__).resolve().parents[1]
@@ -36,6 +37,9 @@ TEXT_SPEED, TEXT_SPEED_AIM = 33e6, 50e6  # bytes of map file and databases in a 
 INPUT_GROWTH, TIME_GROWTH = 6, 8  # an input 6 times as large takes less than 8 times the time
 INPUT_MEMORY, INPUT_MEMORY_AIM = 16, 10  # bytes for each byte of input, at most
 PRINT_TIME = 2  # times the time of the faster peer, at most
+DUMP_SPEED = 16e6  # bytes of debugging sections in a second
+DUMP_RATIO, DUMP_RATIO_AIM = 2, 3  # times as fast as the fastest peer
+DUMP_MEMORY = 8 * MIB  # beside the size of the file, at most
 
 HEX_SIZES = [8 * MIB, 32 * MIB]
 QUICK_HEX_SIZES = [1 * MIB, 4 * MIB]
@@ -46,10 +50,16 @@ QUICK_PROGRAM_SIZES = [(10, 3_000), (40, 18_000)]
 PRINT_SIZE = (170, 200_000)  # gives a COFF file of about 10 MB
 QUICK_PRINT_SIZE = (20, 20_000)
 
+DUMP_SIZE = (600, 720_000)  # gives about 10 MB of debugging sections
+QUICK_DUMP_SIZE = (20, 24_000)
+FOREIGN_SIZE = (2500, 6)  # functions, copies linked together: about as much
+QUICK_FOREIGN_SIZE = (200, 2)
+
 COFF_TABLE_FIELD = 8  # in the header: where the symbols start, and how many entries there are
 COFF_ENTRY_SIZE = 20
 
 RUNS, QUICK_RUNS = 5, 1
+TRACE_RUNS = 21  # a difference of one in a hundred shows in many runs only
 
 
 @dataclass(frozen=True)
@@ -313,13 +323,111 @@ def report_print(program, work, size, runs):
         print("  time: no peer is installed (nm, readelf)")
 
 
+ELF_SECTIONS_FIELD, ELF_COUNT_FIELD = 32, 48  # in the header: start of the section headers; their count and the names'
+ELF_SECTION = struct.Struct("<10L")  # of a little-endian file; name, offset and size stand at 0, 4 and 5
+
+
+def debugging_size(path):
+    """The bytes of all debugging sections of a 32-bit ELF file."""
+    file = path.read_bytes()
+    (start,) = struct.unpack_from("<L", file, ELF_SECTIONS_FIELD)
+    count, names = struct.unpack_from("<HH", file, ELF_COUNT_FIELD)
+    sections = [ELF_SECTION.unpack_from(file, start + i * ELF_SECTION.size) for i in range(count)]
+    base = sections[names][4]
+    return sum(fields[5] for fields in sections if file.startswith(b".debug_", base + fields[0]))
+
+
+def foreign_program(work, functions, copies):
+    """A program of another compiler, None where it is not there: one object file, linked several times."""
+    if not shutil.which("gcc") or not shutil.which("ld"):
+        return None
+    source = made(work / f"source-{functions}.c", ["source", str(functions)])
+    target = work / f"source-{functions}-{copies}.elf"
+    if not target.is_file() or target.stat().st_mtime < source.stat().st_mtime:
+        target.unlink(missing_ok=True)
+        built = work / "out.o"
+        compile_options = ["-m32", "-ffreestanding", "-fno-pic", "-fno-asynchronous-unwind-tables", "-O1"]
+        compile_options += ["-gdwarf-2", "-gstrict-dwarf", "-gpubnames"]
+        link_options = ["-m", "elf_i386", "-e", "0", "--allow-multiple-definition"]
+        for command in (
+            ["gcc", *compile_options, "-c", str(source), "-o", str(built)],
+            ["ld", *link_options, *[str(built)] * copies, "-o", str(target)],
+        ):
+            outcome = subprocess.run(command, capture_output=True, check=False)
+            if outcome.returncode != 0:
+                return None  # not for this target
+    return target
+
+
+DUMPERS = [["readelf", "-w"], ["objdump", "--dwarf"], ["llvm-dwarfdump"], ["llvm-dwarfdump", "--all"]]
+
+
+def report_dump_of(program, work, what, elf, runs):
+    """Our printing of a file's debugging sections beside that of others. Ours prints the headers, too; llvm-dwarfdump
+    alone prints one of the sections, and with --all it prints them all."""
+    size = debugging_size(elf)
+    ours = Tool("tarnwick -d", [program, "-d", str(elf)], work / "out.tarnwick", prints=True)
+    peers = [
+        Tool(" ".join(command), [*command, str(elf)], work / f"out.{'.'.join(command)}", prints=True)
+        for command in DUMPERS
+        if shutil.which(command[0])
+    ]
+    measure([ours, *peers], work, runs)
+
+    title(f"Printing {what}: {size / 1e6:.1f} MB of debugging sections in {size_text(elf.stat().st_size)}")
+    rows = [["", "time, s", "sections a second", "memory", "output"]]
+    for tool in [ours, *peers]:
+        speed = f"{size / tool.time() / 1e6:.0f} MB" if tool.time() else "-"
+        rows.append([tool.name, f"{tool.time():.3f}", speed, size_text(tool.memory), size_text(tool.written)])
+    table(rows)
+    speed = size / ours.time()
+    goal = f"goal: at least {DUMP_SPEED / 1e6:.0f}; {verdict(speed >= DUMP_SPEED)}"
+    print(f"  speed: {speed / 1e6:.0f} MB of debugging sections in a second ({goal})")
+    if peers:
+        fastest = min(peers, key=Tool.time)
+        ratio = fastest.time() / ours.time()
+        goal = f"goal: at least {DUMP_RATIO} times; {verdict(ratio >= DUMP_RATIO)}"
+        aim = f"aim: {DUMP_RATIO_AIM}; {verdict(ratio >= DUMP_RATIO_AIM)}"
+        print(f"  speed: {ratio:.2f} times as fast as {fastest.name}, the fastest peer ({goal}; {aim})")
+    else:
+        print("  speed: no peer is installed (readelf, objdump, llvm-dwarfdump)")
+    beside = ours.memory - elf.stat().st_size
+    goal = f"goal: at most {size_text(DUMP_MEMORY)}; {verdict(beside <= DUMP_MEMORY)}"
+    print(f"  memory: {beside / MIB:.1f} MiB beside the size of the file ({goal})")
+
+
+def report_dump(program, work, size, foreign_size, runs):
+    modules, lines = size
+    folder = made(work / f"program-{modules}-{lines}", ["program", str(modules), str(lines)])
+    elf = work / "out.elf"
+    converter(program, DWARF, elf).run(folder)
+    report_dump_of(program, work, "a program of our own", elf, runs)
+    foreign = foreign_program(work, *foreign_size)
+    if foreign is None:
+        print("\nNo program of another compiler is measured: gcc and ld make none for 32 bits here")
+    else:
+        report_dump_of(program, work, "a program of GCC", foreign, runs)
+
+
+def report_trace(work, sizes, runs):
+    small, large = [
+        made(work / f"program-{modules}-{lines}", ["program", str(modules), str(lines)])
+        for modules, lines in (sizes[0], sizes[-1])
+    ]
+
+    def make_tool(program):
+        return converter(program, DWARF, work / DWARF.output)
+
+    trace_cost.report(ROOT, work, small, large, make_tool, measure, runs)
+
+
 # --- the run ----------------------------------------------------------------------------------------------------------
 
 
 def parse_arguments():
     parser = argparse.ArgumentParser(prog="bench", description="Measures the program and prints a report.")
     parser.add_argument("--quick", action="store_true", help="small inputs, one run")
-    parser.add_argument("--only", choices=["hex", "elf", "dwarf", "coff"], help="one of the reports")
+    parser.add_argument("--only", choices=["hex", "elf", "dwarf", "coff", "dump", "trace"], help="one of the reports")
     parser.add_argument(
         "--program",
         type=Path,
@@ -346,7 +454,7 @@ def main():
         own = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
         print(f"without GNU time no memory below the {size_text(own)} of this script can be told")
     try:
-        wanted = [options.only] if options.only else ["hex", "elf", "dwarf", "coff"]
+        wanted = [options.only] if options.only else ["hex", "elf", "dwarf", "coff", "dump"]
         sizes = QUICK_PROGRAM_SIZES if options.quick else PROGRAM_SIZES
         if "hex" in wanted:
             report_hex(program, work, QUICK_HEX_SIZES if options.quick else HEX_SIZES, runs)
@@ -357,7 +465,12 @@ def main():
         if "coff" in wanted:
             report_program(program, work, COFF, sizes, runs)
             report_print(program, work, QUICK_PRINT_SIZE if options.quick else PRINT_SIZE, runs)
-    except Failure as failure:
+        if "dump" in wanted:
+            foreign_size = QUICK_FOREIGN_SIZE if options.quick else FOREIGN_SIZE
+            report_dump(program, work, QUICK_DUMP_SIZE if options.quick else DUMP_SIZE, foreign_size, runs)
+        if "trace" in wanted:  # only when asked for: it builds the program twice
+            report_trace(work, sizes, QUICK_RUNS if options.quick else TRACE_RUNS)
+    except (Failure, trace_cost.Failure) as failure:
         print(f"bench: {failure}", file=sys.stderr)
         return 1
     finally:

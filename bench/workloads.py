@@ -1,11 +1,15 @@
 # SPDX-License-Identifier: MIT
-"""Inputs to measure with: large images, programs with map file, databases and image, and map files full of symbols.
+"""Inputs to measure with: large images, programs with map file, databases and image, map files full of symbols, files of
+records for the UBROF printer, and sources for other compilers.
 
 Everything follows from its parameters; nothing is random, so two runs on two machines measure the same bytes.
 
     workloads.py image BYTES FILE
+    workloads.py srecords BYTES FILE
     workloads.py program MODULES LINES FOLDER
     workloads.py symbols COUNT FOLDER
+    workloads.py ubrof BYTES FILE
+    workloads.py source FUNCTIONS FILE
 """
 
 import sys
@@ -38,9 +42,30 @@ def image_rows(size):
     yield ":00000001FF\n"
 
 
+def record_row(kind, address, data):
+    """An S-record; `address` is the address as bytes."""
+    body = bytes([len(address) + len(data) + 1]) + address + data
+    return f"S{kind}{body.hex().upper()}{~sum(body) & 0xFF:02X}\n"
+
+
+def record_rows(size):
+    """The same image as S-records, each as narrow as its address, with a header and a start address."""
+    yield record_row(0, bytes(2), b"bench")
+    for row in range((size + ROW_BYTES - 1) // ROW_BYTES):
+        address = row * ROW_BYTES
+        width = 2 if address < 1 << 16 else 3 if address < 1 << 24 else 4
+        yield record_row(width - 1, address.to_bytes(width, "big"), filler(row)[: size - address])
+    yield record_row(9, bytes(2), b"")
+
+
 def write_image(path, size):
     with open(path, "w", encoding="ascii") as stream:
         stream.writelines(image_rows(size))
+
+
+def write_records(path, size):
+    with open(path, "w", encoding="ascii") as stream:
+        stream.writelines(record_rows(size))
 
 
 # --- programs ---------------------------------------------------------------------------------------------------------
@@ -331,16 +356,119 @@ def write_symbols(folder, count):
     write_image(folder / "prog.hex", SYMBOL_IMAGE)
 
 
+# --- UBROF ------------------------------------------------------------------------------------------------------------
+
+UBROF_START = bytes.fromhex("A5 00 00 0C 01 01 7D")  # the mark, and 2025-01-01 12:00:00
+UBROF_VERSION = bytes.fromhex("BD 06 00 00 05 BA 02 BE FF BF 02 C0 FF C1 05")
+UBROF_PROGRAM = bytes.fromhex("01 01 03 10 01 01 7D")  # C, of the same day
+CRC_TAG, END_TAG = b"\x3F", b"\xFF"
+CRC_POLYNOMIAL = 0x8005
+STRETCH_VARIANTS = 16
+STRETCH_GROUPS = 24  # each of data, symbols and statements; a stretch comes to about 4 KiB
+
+
+def counted(text):
+    return bytes([len(text)]) + text.encode("ascii")
+
+
+def closed(stretch):
+    """A stretch of records with the CRC record that closes it. The bits of a byte enter from bit 0 up."""
+    stretch += CRC_TAG
+    crc = 0
+    for byte in stretch:
+        for bit in range(8):
+            differs = (crc >> 15 ^ byte >> bit) & 1
+            crc = crc << 1 & 0xFFFF ^ (CRC_POLYNOMIAL if differs else 0)
+    return stretch + crc.to_bytes(2, "big")
+
+
+def ubrof_stretch(variant):
+    records = b""
+    for group in range(STRETCH_GROUPS):
+        number = variant * STRETCH_GROUPS + group
+        records += b"\x51" + bytes([number % 7]) + (number * 0x40).to_bytes(4, "big")
+        for row in range(3):
+            records += b"\x39" + bytes([ROW_BYTES]) + filler(number * 3 + row)
+        for i in range(2):
+            name = f"{pick(SUBSYSTEMS, number)}_{pick(VERBS, number + i)}_{number}"
+            address = (number * 0x40 + i).to_bytes(4, "big")
+            records += b"\x4C" + bytes([1 + number % 5, 0, 1 + i]) + address + counted(name) + bytes(3)
+        for i in range(4):
+            line = (number * 4 + i).to_bytes(2, "big")
+            records += b"\x47" + line + b"\x00\x01" + line + bytes(3)
+    return closed(records)
+
+
+def write_ubrof(path, size):
+    """At least so many bytes, in few different stretches: their CRCs are dear to calculate here."""
+    variants = [ubrof_stretch(variant) for variant in range(STRETCH_VARIANTS)]
+    with open(path, "wb") as stream:
+        stream.write(closed(UBROF_START + UBROF_VERSION + UBROF_PROGRAM + counted("bench")))
+        number = 0
+        while stream.tell() < size:
+            stream.write(pick(variants, number))
+            number += 1
+        stream.write(END_TAG)
+
+
+# --- sources ----------------------------------------------------------------------------------------------------------
+
+FUNCTIONS_PER_TYPE = 4
+
+
+def source_lines(functions):
+    """C that needs no headers: structures with pointers to their kind, and functions with blocks and locals."""
+    for number in range(functions):
+        kind = number // FUNCTIONS_PER_TYPE
+        name = f"{pick(VERBS, number)}_{pick(OBJECTS, number // len(VERBS))}_{number}"
+        if number % FUNCTIONS_PER_TYPE == 0:
+            noun = pick(NOUNS, kind)
+            yield f"typedef enum {{ {noun}_idle_{kind}, {noun}_busy_{kind} = 5 }} {noun}_mode_{kind};"
+            yield f"struct {noun}_{kind} {{"
+            yield f"    int {pick(LOCALS, kind)}; unsigned char flags[{2 + kind % 30}]; {noun}_mode_{kind} mode;"
+            yield f"    struct {noun}_{kind} *next;"
+            yield "};"
+            yield f"struct {noun}_{kind} {noun}_table_{kind}[{1 + kind % 8}];"
+        noun = pick(NOUNS, kind)
+        yield f"int {name}(struct {noun}_{kind} *self, int length, unsigned limit)"
+        yield "{"
+        yield "    int count = 0;"
+        yield "    for (int i = 0; i < length; ++i) {"
+        yield f"        unsigned step = self->flags[i & 1] + {number};"
+        yield "        if (step > limit) {"
+        yield f"            struct {noun}_{kind} *other = self->next;"
+        yield f"            count += other->{pick(LOCALS, kind)};"
+        yield "        }"
+        yield "        count += (int)step;"
+        yield "    }"
+        yield "    return count;"
+        yield "}"
+
+
+def write_source(path, functions):
+    write_lines(path, source_lines(functions))
+
+
+# --- the command ------------------------------------------------------------------------------------------------------
+
+# What is written by its name: the parameters are numbers, the target comes behind them.
+WRITERS = {
+    "image": write_image,
+    "srecords": write_records,
+    "program": write_program,
+    "symbols": write_symbols,
+    "ubrof": write_ubrof,
+    "source": write_source,
+}
+
+
 def main(arguments):
-    if len(arguments) == 3 and arguments[0] == "image":
-        write_image(Path(arguments[2]), int(arguments[1]))
-    elif len(arguments) == 4 and arguments[0] == "program":
-        write_program(Path(arguments[3]), int(arguments[1]), int(arguments[2]))
-    elif len(arguments) == 3 and arguments[0] == "symbols":
-        write_symbols(Path(arguments[2]), int(arguments[1]))
-    else:
+    writer = WRITERS.get(arguments[0]) if len(arguments) > 2 else None
+    if writer is None:
         print(__doc__, file=sys.stderr)
         return 2
+    *numbers, target = arguments[1:]
+    writer(Path(target), *map(int, numbers))
     return 0
 
 
