@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // What a conversion of images cannot do without, each half as a plain loop of its own:
 //
-//     floors parse ihex|srec FILE           reads every record and tests its checksum; prints how many data bytes there are
+//     floors parse ihex|srec FILE           reads every record and tests its checksum; prints the count of data bytes
 //     floors format ihex|srec BYTES FILE    writes an image of so many bytes, from address 0 on, 16 bytes a line
 //
-// Nothing is kept of what is parsed, and the image to be formatted is made up. Exit status: 0, or 1 for a file that can't
-// be read, written or understood.
+// Nothing is kept of what is parsed, and the image to be formatted is made up. Exit status: 0, or 1 for a file that
+// can't be read, written or understood.
 #include <algorithm>
 #include <array>
 #include <charconv>

@@ -11,7 +11,7 @@ from functools import cache
 from hashlib import sha256
 from pathlib import Path
 
-from tools import Failure, Tool
+from tools import Tool
 from workloads import ARGUMENTS
 
 GENERATOR = Path(__file__).with_name("workloads.py")
@@ -74,6 +74,9 @@ class Workshop:
     def tiny_image(self):
         """Stands beside inputs that are no images: an output of images is then next to no work."""
         return self.made(f"image-{TINY_IMAGE}.hex", "image", str(TINY_IMAGE))
+
+    def tiny_record_file(self):
+        return self.made("ubrof-0.d43", "ubrof", "0")
 
     def converter(self, options, output, program=None):
         """The program at work on the files of a folder."""
@@ -226,15 +229,3 @@ def foreign_dwarf(shop, size):
 def ubrof_file(shop, size):
     path = shop.made(f"ubrof-{size}.d43", "ubrof", str(size))
     return Input(f"{size / MIB:g} MiB", path, path.stat().st_size, shop.work)
-
-
-# --- floors -----------------------------------------------------------------------------------------------------------
-
-
-def floors_program(source, work, compile_command):
-    """Builds the floors as the program is built; `compile_command` is that of one of its files, up to its output."""
-    target = work / "floors"
-    outcome = subprocess.run([*compile_command, str(source), "-o", str(target)], capture_output=True, text=True, check=False)
-    if outcome.returncode != 0:
-        raise Failure(f"the floors were not built\n{outcome.stderr[-2000:]}")
-    return str(target)

@@ -13,11 +13,9 @@ import shutil
 import statistics
 import subprocess
 
+from tools import Failure
+
 LIMIT = 1.0  # percent that the calls may cost
-
-
-class Failure(Exception):
-    """A flavour was not built, or nothing was counted."""
 
 
 def command(*words, **options):
@@ -73,7 +71,12 @@ def excess(left, right):
     return (left / right - 1) * 100
 
 
-def report(root, work, small, large, make_tool, measure, runs):
+def run_all(tools, folder):
+    for tool in tools:
+        tool.run(folder)
+
+
+def report(root, work, small, large, make_tool, runs):
     """`small` and `large` are folders with a program; `make_tool` gives the conversion of one by a given executable."""
     print("\nCost of trace calls and assertions while tracing is off: map file, databases and image to ELF with DWARF")
     programs = {calls: str(build(root, work, calls)) for calls in ("ON", "OFF")}
@@ -88,12 +91,12 @@ def report(root, work, small, large, make_tool, measure, runs):
     else:
         print("  instructions: no counter works here (perf, valgrind)")
 
-    measure(tools, large, 1)  # the first run of each finds the files not yet in memory
+    run_all(tools, large)  # the first run of each finds the files not yet in memory
     for tool in tools:
         tool.times.clear()
     for turn in range(runs):  # each stands in every place of a turn: what ran before leaves its mark
         first = turn % len(tools)
-        measure(tools[first:] + tools[:first], large, 1)
+        run_all(tools[first:] + tools[:first], large)
     for tool in tools:
         spread = f"{min(tool.times):.3f} to {max(tool.times):.3f}"
         print(f"  time on {large.name}, {tool.name}: {statistics.median(tool.times):.3f} s, {spread} in {runs} runs")

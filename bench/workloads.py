@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Inputs to measure with: large images, programs with map file, databases and image, map files full of symbols, files of
-records for the UBROF printer, and sources for other compilers.
+"""Inputs to measure with: large images, programs with map file, databases and image, map files full of symbols, UBROF
+files, and sources for other compilers.
 
 Everything follows from its parameters; nothing is random, so two runs on two machines measure the same bytes.
 

@@ -30,7 +30,7 @@ inline void *xarena(std::size_t size, std::size_t align)
 {
     const std::size_t padding = (0 - reinterpret_cast<std::uintptr_t>(arena_free)) & (align - 1);
     const auto left = static_cast<std::size_t>(arena_end - arena_free);
-    if (padding > left || size > left - padding) [[unlikely]] {
+    if (padding >= left || size >= left - padding) [[unlikely]] { // an empty block gives nothing, not even no bytes
         return xarena_slow(size, align);
     }
     char *memory = arena_free + padding;

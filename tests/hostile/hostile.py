@@ -55,6 +55,7 @@ class Program:
         self.memory_bytes = MEMORY_BYTES * (SANITIZED_MEMORY if self.sanitized else 1)
         self.errors_path = str(errors_path)
         self.environment = {"PATH": os.environ.get("PATH", ""), "LC_ALL": "C", "TZ": "UTC"}
+        self.environment["SOURCE_DATE_EPOCH"] = "1700000000"  # two runs are compared
         if self.sanitized:
             self.environment |= {"ASAN_OPTIONS": SANITIZER_OPTIONS, "UBSAN_OPTIONS": SANITIZER_OPTIONS}
 
