@@ -133,19 +133,28 @@ void check_options()
 
 // --- inputs ----------------------------------------------------------------------------------------------------------
 
-// An input is looked at and then read from its start, so that a pipe cannot be one.
 bool open_input(const char *path, const char *mode)
 {
-    if (file_reopen(path, mode, stdin) == nullptr || std::fseek(stdin, 0, SEEK_SET) != 0) {
+    if (file_reopen(path, mode, stdin) == nullptr) {
         alert(141, "input", path);
         return false;
     }
     return true;
 }
 
-// The format of the open input, or null when no row takes it. Identification sees the bytes as they are.
-const format_descriptor *detect_format()
+// False for a pipe, which gives its bytes only once; `errno` tells why.
+bool input_can_start_again()
 {
+    return std::fseek(stdin, 0, SEEK_SET) == 0;
+}
+
+// The format of the open input, or null when no row takes it. Identification sees the bytes as they are.
+const format_descriptor *detect_format(const char *path)
+{
+    if (!input_can_start_again()) {
+        alert(141, "input", path);
+        return nullptr;
+    }
     for (const format_descriptor *format : format_table) {
         std::rewind(stdin);
         if (format->identify(stdin)) {
@@ -158,10 +167,10 @@ const format_descriptor *detect_format()
     return nullptr;
 }
 
-const format_descriptor *choose_format()
+const format_descriptor *choose_format(const char *path)
 {
     if (input_format == 0) {
-        return detect_format();
+        return detect_format(path);
     }
     const format_descriptor *format = format_table[input_format - 1];
     verbose_note("Defaulting to %s", format->name);
@@ -204,13 +213,13 @@ bool take_input(const char *path)
         return false;
     }
     verbose_note("Checking '%s' file type ...", path);
-    const format_descriptor *format = choose_format();
+    const format_descriptor *format = choose_format(path);
     if (format == nullptr) {
         return false;
     }
     if (format->binary) {
         std::rewind(stdin);
-    } else if (!open_input(path, "r")) {
+    } else if (input_can_start_again() && !open_input(path, "r")) { // a pipe whose format is given is read as it comes
         return false;
     }
     if (opt_dump) {

@@ -229,6 +229,14 @@ class HostFaults(unittest.TestCase):
         status, _, told = self.run_in_shell(f"cat prog.hex >pipe & {command}")
         self.assertEqual((status, told), (1, "pipe: (141) can't open input file \"pipe\": Illegal seek\n"))
 
+    def test_input_is_a_pipe_of_a_known_format(self):
+        os.mkfifo("pipe")
+        command = f"$T {shlex.join(OPTIONS)} -iihex pipe -os19 piped.s19 && $T {shlex.join(OPTIONS)} prog.hex -os19 file.s19"
+        status, _, told = self.run_in_shell(f"cat prog.hex >pipe & {command}")
+        self.assertEqual((status, told), (0, ""))
+        self.assertNotEqual(Path("file.s19").read_bytes(), b"")
+        self.assertEqual(Path("piped.s19").read_bytes(), Path("file.s19").read_bytes())
+
     def test_input_is_not_readable(self):
         os.chmod("prog.tmf", 0)
         status, told = self.run_without_privileges(ELF)
