@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 #
-# The two kinds of folder this project has. Both take every source of the calling folder, and notice at the next build when
-# one was added or taken away.
+# The three kinds of folder this project has. Each takes every source of the calling folder, and notices at the next build
+# when one was added or taken away.
 
 # tarn_library(NAME [dependency ...]): the folder is a static library. Its main.cpp, if any, belongs to a program.
 function(tarn_library name)
@@ -38,4 +38,25 @@ function(tarn_unit_tests name library)
         DISCOVERY_TIMEOUT 120
         TEST_PREFIX "unit.${folder}."
         PROPERTIES TIMEOUT 120 LABELS unit)
+endfunction()
+
+# tarn_python_tests(KIND SECONDS [VARIABLE=value ...]): every test_<name>.py of the folder is the ctest test <KIND>.<name> with
+# this label, and may take so long. It runs the program named by TARNWICK, and leaves with 77 and a reason when the host has
+# not what it needs.
+function(tarn_python_tests kind seconds)
+    file(GLOB scripts CONFIGURE_DEPENDS "test_*.py")
+    foreach(script IN LISTS scripts)
+        cmake_path(GET script STEM name)
+        string(REGEX REPLACE "^test_" "${kind}." test "${name}")
+        add_test(NAME "${test}" COMMAND Python3::Interpreter "${script}")
+        set_tests_properties(
+            "${test}"
+            PROPERTIES
+                LABELS "${kind}"
+                TIMEOUT "${seconds}"
+                SKIP_RETURN_CODE 77
+                ENVIRONMENT
+                "TARNWICK=$<TARGET_FILE:tarnwick>;TARNWICK_SAMPLES=${PROJECT_SOURCE_DIR}/samples;PYTHONDONTWRITEBYTECODE=1;${ARGN}"
+        )
+    endforeach()
 endfunction()

@@ -11,14 +11,6 @@
 
 #include "common/alert.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define ADDRESS_SANITIZER 1
-#endif
-#endif
-
 namespace {
 
 constexpr std::uint32_t MESSAGE_OUT_OF_MEMORY = 296;
@@ -73,18 +65,7 @@ char *arena_shared_block()
     return static_cast<char *>(block);
 }
 
-std::size_t padding_to(const char *address, std::size_t align)
-{
-    return (align - reinterpret_cast<std::uintptr_t>(address) % align) % align;
-}
-
 } // namespace
-
-#if defined(ADDRESS_SANITIZER)
-const bool arena_shares_blocks = false;
-#else
-const bool arena_shares_blocks = true;
-#endif
 
 char *arena_free = nullptr;
 char *arena_end = nullptr;
@@ -113,9 +94,9 @@ void *xarena_slow(std::size_t size, std::size_t align)
     if (size > MAX_SIZE - sizeof(arena_block) - align) [[unlikely]] {
         out_of_memory();
     }
-    if (!arena_shares_blocks || size + align > ARENA_OWN_BLOCK) {
+    if (!ARENA_SHARES_BLOCKS || size + align > ARENA_OWN_BLOCK) {
         char *block = arena_new_block(size + align - 1);
-        return block + padding_to(block, align);
+        return block + arena_padding(block, align);
     }
     arena_free = arena_shared_block();
     arena_end = arena_free + ARENA_BLOCK_SIZE;

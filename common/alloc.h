@@ -7,6 +7,8 @@
 #include <new>
 #include <type_traits>
 
+#include "common/sanitized.h"
+
 // Zero-filled memory of `size` bytes, released with `free`. Raises fatal message 296 when there is none.
 void *xalloc(std::size_t size);
 
@@ -18,17 +20,22 @@ void *xrealloc(void *memory, std::size_t size);
 inline void *xarena(std::size_t size, std::size_t align);
 
 // Whether requests share blocks. Under the address sanitizer every request stands alone, so that it sees an overrun.
-extern const bool arena_shares_blocks;
+inline constexpr bool ARENA_SHARES_BLOCKS = !IS_SANITIZED;
 
 // What is left of the block that small requests share, and the way to more.
 extern char *arena_free;
 extern char *arena_end;
 void *xarena_slow(std::size_t size, std::size_t align);
 
+inline std::size_t arena_padding(const char *address, std::size_t align)
+{
+    return (0 - reinterpret_cast<std::uintptr_t>(address)) & (align - 1);
+}
+
 // NOLINTNEXTLINE(misc-no-recursion): the slow way comes back with a block that has room
 inline void *xarena(std::size_t size, std::size_t align)
 {
-    const std::size_t padding = (0 - reinterpret_cast<std::uintptr_t>(arena_free)) & (align - 1);
+    const std::size_t padding = arena_padding(arena_free, align);
     const auto left = static_cast<std::size_t>(arena_end - arena_free);
     if (padding >= left || size >= left - padding) [[unlikely]] { // an empty block gives nothing, not even no bytes
         return xarena_slow(size, align);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Sorting of records by the thousand. The program's own quicksort is slow work on lists that rise and then fall, and on
-// interleaved runs, as two modules with alternating functions make them. Its steps show only in the order of equal
+// Sorting of records by the thousand. The program's own quicksort takes its time on lists that rise and then fall, and
+// on interleaved runs, as two modules with alternating functions make them. Its steps show only in the order of equal
 // elements: where there are none, there is one order, and any sort finds it.
 #pragma once
 
@@ -52,6 +52,18 @@ bool sort_distinct(std::vector<T *> *records)
            }) == records->end();
 }
 
+template <auto Compare, typename T>
+bool is_strictly_ascending(vector_of<T *> list)
+{
+    const std::uint32_t count = list.count();
+    for (std::uint32_t i = 1; i < count; ++i) {
+        if (Compare(list.get(i - 1), list.get(i)) >= 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // Sorts `count` records at `base`, equal ones as the quicksort leaves them.
 template <auto Compare, typename T>
 void sort_records(T **base, std::uint32_t count)
@@ -66,10 +78,13 @@ void sort_records(T **base, std::uint32_t count)
     });
 }
 
-// The same for a vector.
+// The same for a vector. A large one that needs no sort is not even copied.
 template <auto Compare, typename T>
 void sort_records(vector_of<T *> list)
 {
+    if (is_strictly_ascending<Compare>(list)) {
+        return;
+    }
     std::vector<T *> sorted;
     sorted.reserve(list.count());
     for (T *record : each(list)) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 
 #include <sys/stat.h>
 
@@ -16,30 +17,31 @@ constexpr std::size_t READ_PIECE = std::size_t{256} * 1024;
 constexpr std::size_t TRUSTED_SIZE = std::size_t{64} * 1024 * 1024;
 constexpr std::size_t SMALLEST_PIECE = 512;
 
+// What a regular file still holds, as far as its size is believed: 0 at its end, and where the host does not tell.
+std::optional<std::size_t> regular_rest(std::FILE *stream)
+{
+    struct stat status = {};
+    const off_t position = ::ftello(stream);
+    if (position < 0 || ::fstat(::fileno(stream), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    const auto rest = static_cast<std::uintmax_t>(std::max<off_t>(status.st_size - position, 0));
+    return static_cast<std::size_t>(std::min<std::uintmax_t>(rest, TRUSTED_SIZE));
+}
+
 // A good size for a first buffer that takes the rest of `stream`: one more than what is left, so that the end shows at
 // the first reading.
 std::size_t first_piece(std::FILE *stream)
 {
-    struct stat status = {};
-    if (::fstat(::fileno(stream), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return READ_PIECE;
-    }
-    // A file without a rest stands at its end, or the host does not tell its size.
-    return std::max(SMALLEST_PIECE, size_of_rest(stream) + 1);
+    const std::optional<std::size_t> rest = regular_rest(stream);
+    return rest ? std::max(SMALLEST_PIECE, *rest + 1) : READ_PIECE;
 }
 
 } // namespace
 
 std::size_t size_of_rest(std::FILE *stream)
 {
-    struct stat status = {};
-    const off_t position = ::ftello(stream);
-    if (position < 0 || ::fstat(::fileno(stream), &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size <= position) {
-        return 0;
-    }
-    return static_cast<std::size_t>(
-        std::min<std::uintmax_t>(static_cast<std::uintmax_t>(status.st_size - position), TRUSTED_SIZE));
+    return regular_rest(stream).value_or(0);
 }
 
 line_reader::line_reader(std::FILE *stream, std::size_t limit) : stream_(stream), limit_(limit) {}

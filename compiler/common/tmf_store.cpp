@@ -409,17 +409,6 @@ int compare_lines(const tmf_line *left, const tmf_line *rght)
     return compare_texts(left->tmfln_psect, rght->tmfln_psect);
 }
 
-// Without equal neighbours: the sort moves equal lines even where they stand in order.
-bool strictly_ascending(vector_of<tmf_line *> lines)
-{
-    for (std::uint32_t i = 1; i < lines.count(); i++) {
-        if (compare_lines(lines.get(i - 1), lines.get(i)) >= 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
 } // namespace
 
 vector_of<tmf_line *> tmf_lines_of(const char *object)
@@ -429,9 +418,7 @@ vector_of<tmf_line *> tmf_lines_of(const char *object)
         return vector_of<tmf_line *>::make();
     }
     if (!group->tmflg_sorted) {
-        if (!strictly_ascending(group->tmflg_lines)) {
-            sort_records<compare_lines>(group->tmflg_lines);
-        }
+        sort_records<compare_lines>(group->tmflg_lines);
         group->tmflg_sorted = true;
     }
     return group->tmflg_lines.copy();

@@ -153,25 +153,6 @@ int compare_blocks(const tarn_data *left, const tarn_data *right)
     return 0;
 }
 
-bool is_strictly_ascending(vector_of<tarn_data *> blocks)
-{
-    const std::uint32_t count = blocks.count();
-    for (std::uint32_t i = 1; i < count; ++i) {
-        if (compare_blocks(blocks.get(i - 1), blocks.get(i)) >= 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
-void sort_blocks()
-{
-    // Where no two blocks are equal there is one order only, and a list that has it already needs no sort.
-    if (!is_strictly_ascending(data_list)) {
-        sort_records<compare_blocks>(data_list);
-    }
-}
-
 // The position behind the blocks that continue the one at `first` without a gap.
 std::uint32_t run_end(std::uint32_t first)
 {
@@ -461,7 +442,7 @@ void ensure_contiguous_data()
         return; // data may still come: a later call does the work then
     }
     map_data_list_to_segments();
-    sort_blocks();
+    sort_records<compare_blocks>(data_list);
     const std::uint32_t total = merge_blocks();
     split_groups();
     report_blocks(total);

@@ -174,7 +174,7 @@ tarn_line *tarn_add_line(const tarn_line &record)
 
 void tarn_expect_data(std::size_t size)
 {
-    expected_size = arena_shares_blocks ? size : 0;
+    expected_size = ARENA_SHARES_BLOCKS ? size : 0;
     expected_bytes = expected_size != 0 ? static_cast<std::uint8_t *>(xarena(expected_size, 1)) : nullptr;
 }
 

@@ -21,24 +21,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "common/sanitized.h"
 #include "tests/fuzz/host.h"
 #include "tests/fuzz/targets.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define ADDRESS_SANITIZER 1
-#endif
-#endif
-
 namespace {
-
-#if defined(ADDRESS_SANITIZER)
-constexpr bool IS_SANITIZED = true;
-#else
-constexpr bool IS_SANITIZED = false;
-#endif
 
 constexpr rlim_t SECONDS_MAX = IS_SANITIZED ? 10 : 5; // of processor time
 constexpr long MEMORY_MAX_KIB = 256L * 1024;          // resident; not measured with a sanitizer's own on top
