@@ -15,6 +15,11 @@ void *xalloc(std::size_t size);
 // `realloc` of memory from `xalloc` (null allowed); what is added is not cleared. Raises fatal message 296.
 void *xrealloc(void *memory, std::size_t size);
 
+// Zero-filled memory for what may grow large: `size` bytes, which begin with the `old_size` bytes of `memory` and are no fewer
+// (null and 0 at first). Large memory moves without being copied. Raises fatal message 296. `xgrow_free` releases it.
+void *xgrow(void *memory, std::size_t old_size, std::size_t size);
+void xgrow_free(void *memory, std::size_t size);
+
 // Zero-filled memory from large blocks that live until the process ends and are never released: for records and
 // names of the model. `align` is a power of two. Raises fatal message 296.
 inline void *xarena(std::size_t size, std::size_t align);

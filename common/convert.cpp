@@ -93,10 +93,43 @@ parsed_number parse_number(std::string_view text, int base)
     return number;
 }
 
+// Texts of so many digits fit 32 bits in either base, whatever they hold.
+constexpr std::size_t PLAIN_DIGITS = 8;
+
+// The number of a text that is nothing but a few digits, as nearly every one is; false for any other.
+template <std::uint32_t Base>
+bool read_plain(std::string_view text, std::uint32_t *out)
+{
+    if (text.size() > PLAIN_DIGITS) {
+        return false;
+    }
+    std::uint32_t value = 0;
+    for (const char c : text) {
+        const std::uint32_t digit = digit_value(c);
+        if (digit >= Base) {
+            return false;
+        }
+        value = value * Base + digit;
+    }
+    *out = value;
+    return true;
+}
+
+bool read_plain(std::string_view text, int base, std::uint32_t *out)
+{
+    return base == 16 ? read_plain<16>(text, out) : base == 10 && read_plain<10>(text, out);
+}
+
 } // namespace
 
 std::uint32_t text_to_u32(std::string_view text, int base, std::size_t *used)
 {
+    if (std::uint32_t plain = 0; read_plain(text, base, &plain)) {
+        if (used != nullptr) {
+            *used = text.size();
+        }
+        return plain;
+    }
     const parsed_number number = parse_number(text, base);
     if (used != nullptr) {
         *used = number.used;

@@ -3,12 +3,13 @@
 #include "common/hash.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstdlib>
 #include <cstring>
 
 #include "common/alloc.h"
+#include "common/key_index.h"
 #include "common/stringcache.h"
+#include "common/texthash.h"
 #include "common/trace.h"
 #include "common/vector_of.h"
 
@@ -26,15 +27,9 @@ struct hash_master {
     std::uint32_t clashes = 0;   // chain links walked by insertions
 };
 
-// Beside the buckets: slots chosen by the full hash, and the end of each bucket's chain. Entries of equal hash stand in
-// a slot in the order of their bucket, so the first equal key of a slot is the first of the chain.
+// Beside the buckets: the entries by a hash of their own, and the end of each bucket's chain.
 struct hash_index {
-    struct slot {
-        hash_entry *head = nullptr;
-        hash_entry *tail = nullptr;
-    };
-    int slot_bits = 0; // there are 2 to this power of slots
-    slot *slots = nullptr;
+    key_index<hash_entry *> entries;
     hash_entry **bucket_tails = nullptr;
 };
 
@@ -42,9 +37,6 @@ namespace {
 
 // Entries per bucket from which a table has an index.
 constexpr std::uint64_t INDEX_FROM = 4;
-// Spreads hashes over slots: those of addresses and of small numbers differ in few bits.
-constexpr std::uint64_t SLOT_FACTOR = 0x9E3779B97F4A7C15;
-constexpr int SLOT_FACTOR_BITS = 64;
 constexpr std::uint32_t HASH_SEED = 5381;
 constexpr std::uint32_t HASH_FACTOR = 33;
 
@@ -85,89 +77,88 @@ place place_of(const hash_table *table, word key)
     const std::uint32_t hash = table->hash != nullptr ? table->hash(key) : static_cast<std::uint32_t>(key);
     const std::uint32_t bucket = hash % table->size;
     // Adding the bucket keeps spellings of one word apart that the case-sensitive hash puts into different buckets.
-    return {bucket, table->case_blind ? hash_key_nocase(key) + bucket : hash};
+    return {bucket, table->keys == key_kind::TEXT_CASE_BLIND ? hash_key_nocase(key) + bucket : hash};
 }
 
-bool is_key(const hash_table *table, const hash_entry *entry, word key, std::uint32_t hash)
+key_kind kind_of_keys(hash_function hash, key_compare compare)
 {
-    return entry->hash == hash &&
-           (entry->key == key || (table->compare != nullptr && table->compare(key, entry->key) == 0));
+    if (compare == compare_key_nocase) {
+        return hash == hash_key_string   ? key_kind::TEXT_CASE_BLIND
+               : hash == hash_key_nocase ? key_kind::TEXT_NOCASE
+                                         : key_kind::ANY;
+    }
+    return hash == hash_key_string && compare == compare_key_string ? key_kind::TEXT : key_kind::ANY;
 }
 
-std::uint64_t slot_count(const hash_index *index)
+bool is_key(const hash_table *table, const hash_entry *entry, word key)
 {
-    return std::uint64_t{1} << index->slot_bits;
+    return entry->key == key || (table->compare != nullptr && table->compare(key, entry->key) == 0);
 }
 
-hash_index::slot &slot_of(const hash_index *index, std::uint32_t hash)
+// Equal for equal keys. Texts have a better one than that which orders them: names whose specified hashes are all equal
+// are easily made.
+std::uint32_t index_hash(const hash_table *table, word key)
 {
-    return index->slots[hash * SLOT_FACTOR >> (SLOT_FACTOR_BITS - index->slot_bits)];
+    switch (table->keys) {
+    case key_kind::TEXT:
+        return hash_text(from_word<const char *>(key));
+    case key_kind::TEXT_NOCASE:
+        return hash_text(in_lower_case(from_word<const char *>(key)));
+    case key_kind::TEXT_CASE_BLIND: // as above, but spellings in different buckets stay apart
+        return hash_text(in_lower_case(from_word<const char *>(key))) + place_of(table, key).bucket;
+    default:
+        return place_of(table, key).hash;
+    }
 }
 
-// The first entry of the chain with an equal key, or null.
-hash_entry *find_entry(const hash_table *table, word key, place where)
+// The entry with an equal key, or null.
+hash_entry *find_entry(const hash_table *table, word key)
 {
     if (table->index != nullptr) {
-        hash_entry *entry = slot_of(table->index, where.hash).head;
-        while (entry != nullptr && !is_key(table, entry, key, where.hash)) {
-            entry = entry->index_next;
-        }
-        return entry;
+        return table->index->entries.find(index_hash(table, key),
+                                          [=](const hash_entry *entry) { return is_key(table, entry, key); });
     }
-    hash_entry *entry = table->buckets[where.bucket];
-    while (entry != nullptr && !is_key(table, entry, key, where.hash)) {
+    const place there = place_of(table, key);
+    hash_entry *entry = table->buckets[there.bucket];
+    while (entry != nullptr && (entry->hash != there.hash || !is_key(table, entry, key))) {
         entry = entry->next;
     }
     return entry;
 }
 
-void index_add(hash_index *index, hash_entry *entry, std::uint32_t bucket)
+void index_add(const hash_table *table, hash_entry *entry, std::uint32_t bucket)
 {
-    hash_index::slot &slot = slot_of(index, entry->hash);
-    (slot.head == nullptr ? slot.head : slot.tail->index_next) = entry;
-    slot.tail = entry;
-    entry->index_next = nullptr;
-    index->bucket_tails[bucket] = entry;
+    entry->hash = index_hash(table, entry->key);
+    table->index->entries.add(entry->hash, entry);
+    table->index->bucket_tails[bucket] = entry;
 }
 
-void index_remove(hash_index *index, const hash_entry *entry, std::uint32_t bucket)
+void index_remove(const hash_table *table, hash_entry *entry, std::uint32_t bucket)
 {
-    hash_index::slot &slot = slot_of(index, entry->hash);
-    hash_entry *before = nullptr;
-    for (hash_entry *other = slot.head; other != entry; other = other->index_next) {
-        before = other;
-    }
-    (before == nullptr ? slot.head : before->index_next) = entry->index_next;
-    if (slot.tail == entry) {
-        slot.tail = before;
-    }
-    if (index->bucket_tails[bucket] == entry) {
-        index->bucket_tails[bucket] = entry->previous;
+    table->index->entries.remove(entry->hash, entry);
+    if (table->index->bucket_tails[bucket] == entry) {
+        table->index->bucket_tails[bucket] = entry->previous;
     }
 }
 
 void index_free(hash_table *table)
 {
     if (table->index != nullptr) {
-        std::free(table->index->slots);
+        table->index->entries.free();
         std::free(table->index->bucket_tails);
         std::free(table->index);
         table->index = nullptr;
     }
 }
 
-// Makes the index anew with room for twice the present entries.
 void index_build(hash_table *table)
 {
-    index_free(table);
-    auto *index = static_cast<hash_index *>(xalloc(sizeof(hash_index)));
-    index->slot_bits = static_cast<int>(std::bit_width(std::uint64_t{table->count} * 2));
-    index->slots = static_cast<hash_index::slot *>(xalloc(slot_count(index) * sizeof(hash_index::slot)));
-    index->bucket_tails = static_cast<hash_entry **>(xalloc(std::size_t{table->size} * sizeof(hash_entry *)));
-    table->index = index;
+    table->index = place_record<hash_index>(xalloc(sizeof(hash_index)));
+    table->index->entries.reserve(table->count);
+    table->index->bucket_tails = static_cast<hash_entry **>(xalloc(std::size_t{table->size} * sizeof(hash_entry *)));
     for (std::uint32_t bucket = 0; bucket < table->size; ++bucket) {
         for (hash_entry *entry = table->buckets[bucket]; entry != nullptr; entry = entry->next) {
-            index_add(index, entry, bucket);
+            index_add(table, entry, bucket);
         }
     }
 }
@@ -188,8 +179,8 @@ std::uint32_t append_entry(hash_table *table, hash_entry *entry, std::uint32_t b
     entry->previous = last;
     (last == nullptr ? table->buckets[bucket] : last->next) = entry;
 
-    if (table->index != nullptr && table->count <= slot_count(table->index)) {
-        index_add(table->index, entry, bucket);
+    if (table->index != nullptr) {
+        index_add(table, entry, bucket);
     } else if (table->master == nullptr && table->count > INDEX_FROM * table->size) {
         // A table on the master list counts the links that insertions walk, so it has no index.
         index_build(table);
@@ -233,7 +224,7 @@ hash_table *hash_new(std::uint32_t size, hash_function hash, key_compare compare
     table->hash = hash;
     table->compare = compare;
     table->buckets = static_cast<hash_entry **>(xalloc(std::size_t{size} * sizeof(hash_entry *)));
-    table->case_blind = hash == hash_key_string && compare == compare_key_nocase;
+    table->keys = kind_of_keys(hash, compare);
     if (master_list_on) {
         if (!master_list) {
             master_list = vector_of<hash_master *>::make();
@@ -282,10 +273,10 @@ void hash_clear(hash_table *table)
 int hash_insert(hash_table *table, word key, word value, birth_place where)
 {
     check_alive(table);
-    const place there = place_of(table, key);
-    if (find_entry(table, key, there) != nullptr) {
+    if (find_entry(table, key) != nullptr) {
         return 0;
     }
+    const place there = place_of(table, key);
     hash_entry *entry = take_entry();
     entry->value = value;
     entry->key = key;
@@ -301,15 +292,15 @@ int hash_insert(hash_table *table, word key, word value, birth_place where)
 word hash_delete(hash_table *table, word key)
 {
     check_alive(table);
-    const place there = place_of(table, key);
-    hash_entry *entry = find_entry(table, key, there);
+    hash_entry *entry = find_entry(table, key);
     if (entry == nullptr) {
         return 0;
     }
+    const std::uint32_t bucket = place_of(table, key).bucket;
     if (table->index != nullptr) {
-        index_remove(table->index, entry, there.bucket);
+        index_remove(table, entry, bucket);
     }
-    hash_entry *&head = table->buckets[there.bucket];
+    hash_entry *&head = table->buckets[bucket];
     (entry->previous == nullptr ? head : entry->previous->next) = entry->next;
     if (entry->next != nullptr) {
         entry->next->previous = entry->previous;
@@ -325,13 +316,20 @@ word hash_delete(hash_table *table, word key)
 
 word hash_get(const hash_table *table, word key)
 {
-    const hash_entry *entry = find_entry(table, key, place_of(table, key));
+    const hash_entry *entry = find_entry(table, key);
     return entry != nullptr ? entry->value : 0;
 }
 
 bool hash_contains(const hash_table *table, word key)
 {
-    return find_entry(table, key, place_of(table, key)) != nullptr;
+    return find_entry(table, key) != nullptr;
+}
+
+void hash_prefetch(const hash_table *table, word key)
+{
+    if (table->index != nullptr) {
+        table->index->entries.prefetch(index_hash(table, key));
+    }
 }
 
 std::uint32_t hash_count(const hash_table *table)
@@ -403,6 +401,11 @@ int compare_key_string(word left, word right)
 int compare_key_nocase(word left, word right)
 {
     return str_compare_nocase(from_word<const char *>(left), from_word<const char *>(right));
+}
+
+bool hash_is_listed(const hash_table *table)
+{
+    return table->master != nullptr;
 }
 
 void hash_master_list(bool enable)

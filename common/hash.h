@@ -11,13 +11,20 @@
 using hash_function = std::uint32_t (*)(word key);
 using key_compare = int (*)(word left, word right); // 0 when equal
 
+// Keys that a table knows by their functions.
+enum class key_kind : std::uint8_t {
+    ANY,
+    TEXT,            // C strings
+    TEXT_NOCASE,     // C strings without regard to case
+    TEXT_CASE_BLIND, // the comparison ignores case, the hash does not
+};
+
 struct hash_entry {
     word value = 0;
     word key = 0;
     hash_entry *next = nullptr;
     hash_entry *previous = nullptr;
-    hash_entry *index_next = nullptr; // next in the same slot of the index
-    std::uint32_t hash = 0;           // full hash that equal keys share, compared before the keys are
+    std::uint32_t hash = 0; // full hash that equal keys share, compared before the keys are; the index has its own
 };
 
 struct hash_index;  // finds entries of a table with long chains
@@ -31,7 +38,7 @@ struct hash_table {
     hash_entry **buckets = nullptr;
     hash_master *master = nullptr;
     hash_index *index = nullptr;
-    bool case_blind = false; // the comparison ignores case, the hash does not
+    key_kind keys = key_kind::ANY;
 };
 
 // A null `hash` takes the key's low 32 bits; a null `compare` means equal words. A key must equal itself, and keys that
@@ -46,6 +53,8 @@ int hash_insert(hash_table *table, word key, word value, birth_place where = bir
 word hash_delete(hash_table *table, word key);         // the value; 0 when absent
 word hash_get(const hash_table *table, word key);      // 0 when absent
 bool hash_contains(const hash_table *table, word key); // tells a stored 0 from an absent key
+// Has the place of a key fetched from memory, for an operation that is to come.
+void hash_prefetch(const hash_table *table, word key);
 std::uint32_t hash_count(const hash_table *table);
 vector *hash_values(const hash_table *table, birth_place where = birth_place::here());
 vector *hash_keys(const hash_table *table, birth_place where = birth_place::here());
@@ -61,5 +70,7 @@ std::uint32_t hash_key_nocase(word key);
 int compare_key_string(word left, word right);
 int compare_key_nocase(word left, word right);
 
+// Whether a table is on the master list, which shows how it was filled.
+bool hash_is_listed(const hash_table *table);
 void hash_master_list(bool enable);
 void hash_dump_master_list();

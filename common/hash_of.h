@@ -43,6 +43,7 @@ public:
     Value remove(Key key) const { return from_word<Value>(hash_delete(table_, to_word(key))); }
     Value get(Key key) const { return from_word<Value>(hash_get(table_, to_word(key))); }
     bool contains(Key key) const { return hash_contains(table_, to_word(key)); }
+    void prefetch(Key key) const { hash_prefetch(table_, to_word(key)); }
     // New vectors, which the caller frees.
     vector_of<Value> values(birth_place where = birth_place::here()) const
     {

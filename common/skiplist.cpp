@@ -1,19 +1,29 @@
 // SPDX-License-Identifier: MIT
-// Skip lists. The heights of nodes are random, the order of a walk is not.
+// Skip lists. The heights of nodes are random, the order of a walk is not. A long list of texts is searched through an index,
+// and its nodes are put in order all at once when a walk asks for it; they are linked when one is to be taken out.
 #include "common/skiplist.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
+#include <numeric>
+#include <vector>
 
 #include "common/alloc.h"
 #include "common/check.h"
+#include "common/key_index.h"
+#include "common/texthash.h"
 #include "common/trace.h"
 
 namespace {
 
 constexpr std::uint32_t MAX_LEVELS = 16;
+// Nodes from which a list of texts has an index.
+constexpr std::uint32_t INDEX_FROM = 64;
+// How many nodes before its turn a node is fetched from memory.
+constexpr std::size_t FETCHED_AHEAD = 8;
 constexpr int LEVEL_BITS = 3; // both low bits of a draw clear: one chance in four for each further level
 
 // A node is followed in memory by its `order` forward links.
@@ -25,6 +35,11 @@ struct skip_node {
     std::uint32_t number = 0; // serial
 };
 static_assert(sizeof(skip_node) % alignof(skip_node *) == 0);
+
+struct hashed_node {
+    std::uint32_t hash;
+    skip_node *node;
+};
 
 // A list's entry in the master list. It outlives its list.
 struct skiplist_master {
@@ -40,20 +55,33 @@ struct skiplist_master {
     key_printer key_tostring = nullptr;
 };
 
+// In place of the links of a long list of texts.
+struct skiplist_index {
+    key_index<skip_node *> by_text;
+    std::vector<hashed_node> nodes;
+    bool in_order = false; // of `nodes`
+};
+
+// For each level the last node in front of a place.
+using update_list = std::array<skip_node *, MAX_LEVELS>;
+
 } // namespace
 
 struct skiplist {
     skip_node *head = nullptr; // no key, all links; its order is the height of the list
-    std::array<skip_node *, MAX_LEVELS> update{};
+    update_list update{};
     std::uint32_t count = 0;
     hash_function hash = nullptr;
     key_compare compare = nullptr;
     skiplist_master *debug = nullptr;
+    skiplist_index *index = nullptr;
+    bool stays_linked = false; // no index any more
 };
 
 namespace {
 
 std::uint32_t next_number = 0;
+skip_node *free_nodes[MAX_LEVELS + 1] = {}; // of all lists, by order
 bool master_list_on = false;
 vector_of<skiplist_master *> master_list;
 
@@ -74,9 +102,22 @@ skip_node *&link(skip_node *node, std::uint32_t level)
 
 skip_node *new_node(std::uint32_t order)
 {
-    auto *node = static_cast<skip_node *>(xalloc(sizeof(skip_node) + order * sizeof(skip_node *)));
+    void *memory = free_nodes[order];
+    if (memory != nullptr) {
+        free_nodes[order] = link(free_nodes[order], 0);
+    } else {
+        memory = xarena(sizeof(skip_node) + order * sizeof(skip_node *), alignof(skip_node));
+    }
+    auto *node = place_record<skip_node>(memory);
+    std::fill_n(&link(node, 0), order, nullptr);
     node->order = order;
     return node;
+}
+
+void give_back(skip_node *node, std::uint32_t order)
+{
+    link(node, 0) = free_nodes[order];
+    free_nodes[order] = node;
 }
 
 std::uint32_t hash_low_bits(word key)
@@ -132,6 +173,136 @@ skip_node *search_for_update(skiplist *list, word key, std::uint32_t hash)
     return search(list, key, hash, list->update.data());
 }
 
+// Puts a node behind the nodes that the search for its place found.
+void link_node(const skiplist *list, skip_node *node)
+{
+    for (std::uint32_t level = node->order; level-- > 0;) {
+        skip_node *op = list->update[level];
+        CHECK_STATE(op != nullptr, "op");
+        link(node, level) = link(op, level);
+        link(op, level) = node;
+    }
+}
+
+// Sorts by hash: from the lowest digit to the highest, each pass keeping the order of the one before.
+void sort_by_hash(std::vector<hashed_node> *nodes)
+{
+    constexpr int DIGIT_BITS = 11;
+    constexpr std::uint32_t DIGITS = 1 << DIGIT_BITS;
+    std::vector<hashed_node> sorted(nodes->size());
+    for (int shift = 0; shift < std::numeric_limits<std::uint32_t>::digits; shift += DIGIT_BITS) {
+        const auto digit_of = [shift](const hashed_node &entry) { return entry.hash >> shift & (DIGITS - 1); };
+        std::array<std::size_t, DIGITS + 1> starts{};
+        for (const hashed_node &entry : *nodes) {
+            ++starts[digit_of(entry) + 1];
+        }
+        std::partial_sum(starts.begin(), starts.end(), starts.begin());
+        for (const hashed_node &entry : *nodes) {
+            sorted[starts[digit_of(entry)]++] = entry;
+        }
+        nodes->swap(sorted);
+    }
+}
+
+// The nodes of a list with an index, in order.
+const std::vector<hashed_node> &nodes_in_order(skiplist_index *index)
+{
+    std::vector<hashed_node> &nodes = index->nodes;
+    if (!index->in_order) {
+        sort_by_hash(&nodes);
+        for (auto run = nodes.begin(); run != nodes.end();) {
+            const auto end =
+                std::find_if(run, nodes.end(), [run](const hashed_node &n) { return n.hash != run->hash; });
+            if (end - run > 1) {
+                // No two keys are equal, so any sort will do.
+                std::sort(run, end, [](const hashed_node &left, const hashed_node &right) {
+                    return compare_key_string(left.node->key, right.node->key) < 0;
+                });
+            }
+            run = end;
+        }
+        index->in_order = true;
+    }
+    return nodes;
+}
+
+// Calls `visit` for each node, in order.
+template <typename Visit>
+void visit_nodes(const skiplist *list, Visit visit)
+{
+    if (list->index == nullptr) {
+        for (skip_node *node = link(list->head, 0); node != nullptr; node = link(node, 0)) {
+            visit(node);
+        }
+        return;
+    }
+    const std::vector<hashed_node> &nodes = nodes_in_order(list->index);
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        __builtin_prefetch(nodes[std::min(i + FETCHED_AHEAD, nodes.size() - 1)].node);
+        visit(nodes[i].node);
+    }
+}
+
+std::uint32_t index_hash(word key)
+{
+    return hash_text(from_word<const char *>(key));
+}
+
+skip_node *find_in_index(const skiplist_index *index, word key)
+{
+    return index->by_text.find(index_hash(key), [key](const skip_node *node) {
+        return node->key == key || compare_key_string(node->key, key) == 0;
+    });
+}
+
+void add_to_index(skiplist_index *index, skip_node *node)
+{
+    index->by_text.add(index_hash(node->key), node);
+    index->nodes.push_back({node->hash, node});
+    index->in_order = false;
+}
+
+// Under the master list each insertion looks at its neighbours, so those lists are linked.
+bool wants_index(const skiplist *list)
+{
+    return list->count >= INDEX_FROM && !list->stays_linked && list->debug == nullptr &&
+           list->hash == hash_key_string && list->compare == compare_key_string;
+}
+
+void start_index(skiplist *list)
+{
+    auto *index = new skiplist_index;
+    visit_nodes(list, [index](skip_node *node) { add_to_index(index, node); });
+    list->index = index;
+}
+
+void drop_index(skiplist *list)
+{
+    if (list->index != nullptr) {
+        list->index->by_text.free();
+        delete list->index;
+        list->index = nullptr;
+    }
+}
+
+// Back to links, for good.
+void leave_index(skiplist *list)
+{
+    if (list->index == nullptr) {
+        return;
+    }
+    list->stays_linked = true;
+    update_list last;
+    last.fill(list->head);
+    for (const hashed_node &entry : nodes_in_order(list->index)) {
+        for (std::uint32_t level = 0; level < entry.node->order; ++level) {
+            link(last[level], level) = entry.node;
+            last[level] = entry.node;
+        }
+    }
+    drop_index(list);
+}
+
 int draw()
 {
     static bool seeded = false;
@@ -153,11 +324,18 @@ std::uint32_t choose_order(std::uint32_t height)
     return order;
 }
 
-void free_nodes(skiplist *list)
+void give_back_nodes(skiplist *list)
 {
+    if (list->index != nullptr) {
+        for (const hashed_node &entry : list->index->nodes) {
+            give_back(entry.node, entry.node->order);
+        }
+        drop_index(list);
+        return;
+    }
     for (skip_node *node = link(list->head, 0); node != nullptr;) {
         skip_node *next = link(node, 0);
-        std::free(node);
+        give_back(node, node->order);
         node = next;
     }
 }
@@ -269,25 +447,29 @@ void skiplist_free(skiplist *list)
         CHECK_STATE(isalive(list), "isalive(h)");
         list->debug->alive = false;
     }
-    free_nodes(list);
-    std::free(list->head);
+    give_back_nodes(list);
+    give_back(list->head, MAX_LEVELS);
     std::free(list);
 }
 
 void skiplist_clear(skiplist *list)
 {
     check_list(list);
-    free_nodes(list);
+    give_back_nodes(list);
     link(list->head, 0) = nullptr;
     list->head->order = 1;
     list->count = 0;
+    list->stays_linked = false;
 }
 
 int skiplist_insert(skiplist *list, word key, word value, birth_place where)
 {
     check_list(list);
+    if (list->index == nullptr && wants_index(list)) {
+        start_index(list);
+    }
     const std::uint32_t hash = list->hash(key);
-    if (search_for_update(list, key, hash) != nullptr) {
+    if ((list->index != nullptr ? find_in_index(list->index, key) : search_for_update(list, key, hash)) != nullptr) {
         return 0;
     }
     const std::uint32_t order = choose_order(list->head->order);
@@ -302,16 +484,15 @@ int skiplist_insert(skiplist *list, word key, word value, birth_place where)
     node->number = next_number++;
     // Under the master list the hash is asked for again, so that the check of the order sees a function that wavers.
     node->hash = list->debug != nullptr ? list->hash(key) : hash;
-    for (std::uint32_t level = order; level-- > 0;) {
-        skip_node *op = list->update[level];
-        CHECK_STATE(op != nullptr, "op");
-        if (level == 0 && list->debug != nullptr) {
-            account_clash(list, node, where);
-        }
-        link(node, level) = link(op, level);
-        link(op, level) = node;
-    }
     ++list->count;
+    if (list->index != nullptr) {
+        add_to_index(list->index, node);
+        return 1;
+    }
+    if (list->debug != nullptr) {
+        account_clash(list, node, where);
+    }
+    link_node(list, node);
     if (list->debug != nullptr) {
         account_insertion(list);
     }
@@ -321,6 +502,7 @@ int skiplist_insert(skiplist *list, word key, word value, birth_place where)
 word skiplist_delete(skiplist *list, word key)
 {
     check_list(list);
+    leave_index(list);
     skip_node *node = search_for_update(list, key, list->hash(key));
     if (node == nullptr) {
         return 0;
@@ -333,20 +515,28 @@ word skiplist_delete(skiplist *list, word key)
     }
     --list->count;
     const word value = node->value;
-    std::free(node);
+    give_back(node, node->order);
     return value;
 }
 
 word skiplist_get(const skiplist *list, word key)
 {
     check_list(list);
-    const skip_node *node = search(list, key, list->hash(key), nullptr);
+    const skip_node *node =
+        list->index != nullptr ? find_in_index(list->index, key) : search(list, key, list->hash(key), nullptr);
     return node != nullptr ? node->value : 0;
+}
+
+void skiplist_prefetch(const skiplist *list, word key)
+{
+    if (list->index != nullptr) {
+        list->index->by_text.prefetch(index_hash(key));
+    }
 }
 
 word skiplist_first(const skiplist *list)
 {
-    const skip_node *node = link(list->head, 0);
+    const skip_node *node = list->index != nullptr ? nodes_in_order(list->index).front().node : link(list->head, 0);
     return node != nullptr ? node->value : 0;
 }
 
@@ -358,26 +548,20 @@ std::uint32_t skiplist_count(const skiplist *list)
 vector *skiplist_values(const skiplist *list, birth_place where)
 {
     vector *values = vector_new(where);
-    for (skip_node *node = link(list->head, 0); node != nullptr; node = link(node, 0)) {
-        vector_push(values, node->value);
-    }
+    visit_nodes(list, [values](const skip_node *node) { vector_push(values, node->value); });
     return values;
 }
 
 vector *skiplist_keys(const skiplist *list, birth_place where)
 {
     vector *keys = vector_new(where);
-    for (skip_node *node = link(list->head, 0); node != nullptr; node = link(node, 0)) {
-        vector_push(keys, node->key);
-    }
+    visit_nodes(list, [keys](const skip_node *node) { vector_push(keys, node->key); });
     return keys;
 }
 
 void skiplist_walk(const skiplist *list, void *context, void (*callback)(void *context, word key, word value))
 {
-    for (skip_node *node = link(list->head, 0); node != nullptr; node = link(node, 0)) {
-        callback(context, node->key, node->value);
-    }
+    visit_nodes(list, [=](const skip_node *node) { callback(context, node->key, node->value); });
 }
 
 void skiplist_master_list(bool enable)

@@ -23,10 +23,13 @@ void skiplist_clear(skiplist *list);
 int skiplist_insert(skiplist *list, word key, word value, birth_place where = birth_place::here());
 word skiplist_delete(skiplist *list, word key);    // 0 when absent
 word skiplist_get(const skiplist *list, word key); // 0 when absent
-word skiplist_first(const skiplist *list);         // 0 when empty
+// Has the place of a key fetched from memory, for an operation that is to come.
+void skiplist_prefetch(const skiplist *list, word key);
+word skiplist_first(const skiplist *list); // 0 when empty
 std::uint32_t skiplist_count(const skiplist *list);
 vector *skiplist_values(const skiplist *list, birth_place where = birth_place::here());
 vector *skiplist_keys(const skiplist *list, birth_place where = birth_place::here());
+// The list must stay as it is meanwhile.
 void skiplist_walk(const skiplist *list, void *context, void (*callback)(void *context, word key, word value));
 
 void skiplist_master_list(bool enable);
@@ -56,6 +59,7 @@ public:
         return skiplist_insert(list_, to_word(key), to_word(value), where) != 0;
     }
     Value get(const char *key) const { return from_word<Value>(skiplist_get(list_, to_word(key))); }
+    void prefetch(const char *key) const { skiplist_prefetch(list_, to_word(key)); }
     Value first() const { return from_word<Value>(skiplist_first(list_)); }
     vector_of<Value> values(birth_place where = birth_place::here()) const
     {

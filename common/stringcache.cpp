@@ -5,13 +5,14 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 
 #include "common/alloc.h"
+#include "common/key_index.h"
 #include "common/osdep.h"
+#include "common/texthash.h"
 
 std::uint32_t string_table_size = 5077;
 std::uint32_t string_limit = 0;
@@ -19,18 +20,7 @@ std::uint32_t string_count = 0;
 
 namespace {
 
-// One entry of the table. Hash and length are compared before the text is touched.
-struct cache_slot {
-    std::uint32_t hash = 0;
-    std::uint32_t length = 0;
-    const char *text = nullptr; // null in a free slot
-};
-
-cache_slot *string_table = nullptr; // made at first use
-std::size_t slot_count = 0;         // a power of two
-std::size_t slots_used = 0;
-
-constexpr std::size_t LONGEST_CACHED = std::numeric_limits<std::uint32_t>::max();
+key_index<const char *> string_table;
 
 char *work_buffer = nullptr;
 std::size_t work_size = 0;
@@ -40,71 +30,6 @@ constexpr std::size_t STREAM_PIECE = 1024;
 constexpr std::size_t TRANSLATE_PAIRS = 256;
 constexpr std::size_t CHARACTERS = 256;
 
-// Eight bytes a step. The multipliers are odd constants with well mixed bits.
-std::uint32_t hash_text(std::string_view text)
-{
-    constexpr std::uint64_t FIRST = 0x9E3779B97F4A7C15;
-    constexpr std::uint64_t SECOND = 0xD6E8FEB86659FD93;
-    std::uint64_t hash = text.size() * FIRST;
-    const char *at = text.data();
-    for (std::size_t left = text.size(); left > 0;) {
-        std::uint64_t piece = 0;
-        const std::size_t size = std::min(left, sizeof piece);
-        std::memcpy(&piece, at, size);
-        hash = (hash ^ piece) * SECOND;
-        hash ^= hash >> 32;
-        at += size;
-        left -= size;
-    }
-    hash *= FIRST;
-    return static_cast<std::uint32_t>(hash >> 32);
-}
-
-// The slot that holds `text`, or the free one where it belongs.
-cache_slot *find_slot(std::string_view text, std::uint32_t hash)
-{
-    const std::size_t mask = slot_count - 1;
-    for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
-        cache_slot *slot = &string_table[i];
-        if (slot->text == nullptr) {
-            return slot;
-        }
-        if (slot->hash == hash && slot->length == text.size() &&
-            std::memcmp(slot->text, text.data(), text.size()) == 0) {
-            return slot;
-        }
-    }
-}
-
-void resize_table(std::size_t slots)
-{
-    cache_slot *old_table = string_table;
-    const std::size_t old_count = slot_count;
-    string_table = static_cast<cache_slot *>(xalloc(slots * sizeof(cache_slot)));
-    slot_count = slots;
-    const std::size_t mask = slots - 1;
-    for (std::size_t i = 0; i < old_count; ++i) {
-        if (old_table[i].text != nullptr) {
-            std::size_t place = old_table[i].hash & mask;
-            while (string_table[place].text != nullptr) {
-                place = (place + 1) & mask;
-            }
-            string_table[place] = old_table[i];
-        }
-    }
-    std::free(old_table);
-}
-
-// Leaves room for one more entry: at most three quarters of the slots are used.
-void make_room()
-{
-    if (slot_count == 0) {
-        resize_table(std::bit_ceil(std::max<std::size_t>(string_table_size, 2)));
-    } else if ((slots_used + 1) * 4 > slot_count * 3) {
-        resize_table(slot_count * 2);
-    }
-}
-
 const char *fresh_copy(std::string_view text)
 {
     auto *copy = static_cast<char *>(xarena(text.size() + 1, 1));
@@ -112,17 +37,22 @@ const char *fresh_copy(std::string_view text)
     return copy;
 }
 
+// Whether a C string is `text`, which holds no NUL.
+bool is_text(const char *cached, std::string_view text)
+{
+    return std::strncmp(cached, text.data(), text.size()) == 0 && cached[text.size()] == '\0';
+}
+
 // The cached form of `text`, which holds no NUL. A new text is entered as `own`, or as a copy when that is null.
 const char *look_up(std::string_view text, const char *own)
 {
-    if (string_table_size == 0 || text.size() > LONGEST_CACHED) {
+    if (string_table_size == 0) {
         return own != nullptr ? own : fresh_copy(text);
     }
-    make_room();
     const std::uint32_t hash = hash_text(text);
-    cache_slot *slot = find_slot(text, hash);
-    if (slot->text != nullptr) {
-        return slot->text;
+    const char *known = string_table.find(hash, [text](const char *cached) { return is_text(cached, text); });
+    if (known != nullptr) {
+        return known;
     }
     const char *entered = own != nullptr ? own : fresh_copy(text);
     // The test comes before the count: the cache holds one string more than the limit says.
@@ -130,8 +60,10 @@ const char *look_up(std::string_view text, const char *own)
         return entered;
     }
     ++string_count;
-    ++slots_used;
-    *slot = {hash, static_cast<std::uint32_t>(text.size()), entered};
+    if (string_table.count() == 0) {
+        string_table.reserve(string_table_size);
+    }
+    string_table.add(hash, entered);
     return entered;
 }
 
@@ -219,6 +151,11 @@ const char *str_cache(std::string_view text)
         return look_up("", nullptr); // an empty view may have no data
     }
     return look_up(text.substr(0, text.find('\0')), nullptr);
+}
+
+void str_prefetch(std::string_view text)
+{
+    string_table.prefetch(hash_text(text));
 }
 
 const char *str_cache_own(char *allocated)

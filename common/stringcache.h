@@ -19,6 +19,8 @@ extern std::uint32_t string_count;
 
 const char *str_cache(const char *text);
 const char *str_cache(std::string_view text); // up to its first NUL; never null
+// Has the place of a text fetched from memory, for a `str_cache` that is to come.
+void str_prefetch(std::string_view text);
 // As `str_cache`, but a new text is entered as the given allocation itself. On a hit the allocation stays the caller's.
 const char *str_cache_own(char *allocated);
 

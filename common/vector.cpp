@@ -42,15 +42,53 @@ vector_master *new_master(vector *p, birth_place where)
     return master;
 }
 
-vector *new_record(std::uint32_t initial_size)
+vector *new_record(void *memory, std::uint32_t initial_size)
 {
     if (free_iterators == nullptr) {
         free_iterators = freecache_new(sizeof(vector_iterator), FREECACHE_LIMIT);
     }
-    auto *p = static_cast<vector *>(xalloc(sizeof(vector)));
+    auto *p = place_record<vector>(memory);
     p->initial_size = initial_size;
     p->serial = next_serial++;
     return p;
+}
+
+bool has_lasting_words(const vector *p)
+{
+    return p->lasting && p->capacity == p->initial_size;
+}
+
+std::size_t size_of_words(const vector *p)
+{
+    return std::size_t{p->capacity} * sizeof(word);
+}
+
+void free_words(const vector *p)
+{
+    if (!has_lasting_words(p)) {
+        xgrow_free(p->data, size_of_words(p));
+    }
+}
+
+// Changes the capacity. Words behind the count become 0.
+void set_capacity(vector *p, std::uint32_t capacity)
+{
+    const bool lasted = has_lasting_words(p);
+    word *const words = p->data;
+    const std::size_t old_size = size_of_words(p);
+    const std::size_t kept = std::size_t{p->count} * sizeof(word);
+    p->capacity = capacity;
+    if (has_lasting_words(p)) {
+        p->data = static_cast<word *>(xarena(size_of_words(p), alignof(word)));
+    } else if (lasted) {
+        p->data = static_cast<word *>(xgrow(nullptr, 0, size_of_words(p)));
+        std::memcpy(p->data, words, kept);
+    } else {
+        if (kept != old_size) {
+            std::memset(words + p->count, 0, old_size - kept);
+        }
+        p->data = static_cast<word *>(xgrow(words, old_size, size_of_words(p)));
+    }
 }
 
 // Makes room for a store at `index`.
@@ -66,17 +104,19 @@ void grow_for(vector *p, std::uint32_t index)
         capacity *= 2;
     }
     // The last doubling ends at what the field can hold.
-    p->capacity =
-        static_cast<std::uint32_t>(std::min<std::uint64_t>(capacity, std::numeric_limits<std::uint32_t>::max()));
-    auto *data = static_cast<word *>(xalloc(std::size_t{p->capacity} * sizeof(word)));
-    if (p->count != 0) {
-        std::memcpy(data, p->data, std::size_t{p->count} * sizeof(word));
-    }
-    std::free(p->data);
-    p->data = data;
+    set_capacity(
+        p, static_cast<std::uint32_t>(std::min<std::uint64_t>(capacity, std::numeric_limits<std::uint32_t>::max())));
     if (p->master != nullptr) {
         p->master->capacity = p->capacity;
     }
+}
+
+vector *listed(vector *p, birth_place where)
+{
+    if (master_list_on) {
+        p->master = new_master(p, where);
+    }
+    return p;
 }
 
 void set_count(vector *p, std::uint32_t count)
@@ -96,11 +136,14 @@ vector *vector_new(birth_place where)
 
 vector *vector_new_sized(std::uint32_t initial_size, birth_place where)
 {
-    vector *p = new_record(initial_size);
-    if (master_list_on) {
-        p->master = new_master(p, where);
-    }
-    return p;
+    return listed(new_record(xalloc(sizeof(vector)), initial_size), where);
+}
+
+vector *vector_new_lasting(std::uint32_t initial_size, birth_place where)
+{
+    vector *p = new_record(xarena(sizeof(vector), alignof(vector)), initial_size);
+    p->lasting = true;
+    return listed(p, where);
 }
 
 vector *vector_copy(const vector *p, birth_place where)
@@ -109,11 +152,10 @@ vector *vector_copy(const vector *p, birth_place where)
         return nullptr;
     }
     check_vector(p);
-    vector *copy = new_record(p->initial_size);
-    copy->count = p->count;
-    copy->capacity = p->capacity;
+    vector *copy = new_record(xalloc(sizeof(vector)), p->initial_size);
     if (p->capacity != 0) {
-        copy->data = static_cast<word *>(xalloc(std::size_t{p->capacity} * sizeof(word)));
+        set_capacity(copy, p->capacity);
+        copy->count = p->count;
         std::memcpy(copy->data, p->data, std::size_t{p->count} * sizeof(word));
     }
     // The source decides, not the switch: the copy of a listed vector is listed.
@@ -137,8 +179,10 @@ void vector_free(vector *p)
     if (p->master != nullptr) {
         p->master->alive = false;
     }
-    std::free(p->data);
-    std::free(p);
+    free_words(p);
+    if (!p->lasting) {
+        std::free(p);
+    }
 }
 
 std::uint32_t vector_push_slow(vector *p, word w)

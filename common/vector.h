@@ -23,6 +23,7 @@ struct vector {
     vector_iterator *iterator = nullptr; // top of the iterator stack
     word *data = nullptr;
     std::uint32_t serial = 0;
+    bool lasting = false; // the record and its first words are not freed
     vector_master *master = nullptr;
 };
 
@@ -31,6 +32,8 @@ inline constexpr std::uint32_t VECTOR_INITIAL_SIZE = 10;
 vector *vector_new(birth_place where = birth_place::here());
 // `initial_size` is the capacity of the first allocation and must not be 0.
 vector *vector_new_sized(std::uint32_t initial_size, birth_place where = birth_place::here());
+// The same for a vector of a record that lives until the process ends: it and its first words stand beside that record.
+vector *vector_new_lasting(std::uint32_t initial_size, birth_place where = birth_place::here());
 // A copy without iterators; null gives null.
 vector *vector_copy(const vector *p, birth_place where = birth_place::here());
 void vector_free(vector *p);

@@ -43,6 +43,10 @@ public:
     {
         return vector_of(vector_new_sized(initial_size, where));
     }
+    static vector_of make_lasting(std::uint32_t initial_size, birth_place where = birth_place::here())
+    {
+        return vector_of(vector_new_lasting(initial_size, where));
+    }
     vector_of copy(birth_place where = birth_place::here()) const { return vector_of(vector_copy(v_, where)); }
     // Frees the vector; the elements stay with their owner.
     void free()

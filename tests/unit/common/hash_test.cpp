@@ -3,6 +3,7 @@
 #include "common/hash.h"
 
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <random>
 #include <string>
@@ -13,6 +14,7 @@
 
 #include "common/hash_of.h"
 #include "tests/unit/common/container_testing.h"
+#include "tests/unit/common/equal_hashes.h"
 
 namespace {
 
@@ -333,6 +335,7 @@ void expect_as_plain(std::uint32_t size, hash_function hash, key_compare compare
             ASSERT_EQ(hash_delete(table, key), plain.remove(key)) << step;
         }
         const word other = keys[random() % keys.size()];
+        hash_prefetch(table, other); // changes nothing
         ASSERT_EQ(hash_get(table, other), plain.get(other)) << step;
         ASSERT_EQ(hash_contains(table, other), plain.get(other) != 0) << step;
         if (step % 100 == 0) {
@@ -393,6 +396,99 @@ TEST(HashIndex, SameAsPlainChainsWhereOnlyTheHashMindsCase)
     for (const std::uint32_t size : {1U, 5U, 8U, 13U, 101U}) {
         expect_as_plain(size, hash_key_string, compare_key_nocase, keys, size);
     }
+}
+
+TEST(HashIndex, SameAsPlainChainsForTextsOfEqualHash)
+{
+    const std::vector<std::string> equal = names_of_equal_hash(8);
+    const std::deque<std::string> others = spellings();
+    words keys;
+    for (const std::string &name : equal) {
+        keys.push_back(text(name.c_str()));
+    }
+    for (const std::string &name : others) {
+        keys.push_back(text(name.c_str()));
+    }
+    const std::vector<std::string> unlucky = texts_of_equal_text_hash(50); // as the index has it
+    for (const std::string &name : unlucky) {
+        keys.push_back(text(name.c_str()));
+    }
+    for (const std::uint32_t size : {1U, 7U, 8U, 64U}) {
+        expect_as_plain(size, hash_key_string, compare_key_string, keys, size);
+        // A comparison that the table does not know: its index goes by the specified hash.
+        expect_as_plain(
+            size, hash_key_string, [](word left, word right) { return compare_key_string(left, right); }, keys, size);
+    }
+}
+
+// The key of a search is hardly ever the text that was stored.
+TEST(HashIndex, FindsAndDeletesByEqualText)
+{
+    const std::vector<std::string> names = names_of_equal_hash(9);
+    hash_table *table = hash_new(3, hash_key_string, compare_key_string);
+    std::string copy;
+    for (const std::string &name : names) {
+        ASSERT_EQ(hash_insert(table, text(name.c_str()), text(name.c_str())), 1);
+        copy = name;
+        ASSERT_EQ(hash_insert(table, text(copy.c_str()), 1), 0);
+    }
+    words left;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        copy = names[i];
+        if (i % 3 == 1) {
+            ASSERT_EQ(hash_delete(table, text(copy.c_str())), text(names[i].c_str()));
+            ASSERT_EQ(hash_delete(table, text(copy.c_str())), 0U);
+        } else {
+            ASSERT_EQ(hash_get(table, text(copy.c_str())), text(names[i].c_str()));
+            left.push_back(text(names[i].c_str()));
+        }
+    }
+    EXPECT_EQ(taken(hash_keys(table)), left) << "one chain, in order of insertion";
+    // What went comes back at the end of the chain.
+    for (std::size_t i = 1; i < names.size(); i += 3) {
+        ASSERT_EQ(hash_insert(table, text(names[i].c_str()), 1), 1);
+        left.push_back(text(names[i].c_str()));
+    }
+    EXPECT_EQ(taken(hash_keys(table)), left);
+    hash_clear(table);
+    EXPECT_FALSE(hash_contains(table, text(names[0].c_str())));
+    EXPECT_EQ(hash_insert(table, text(names[5].c_str()), 1), 1);
+    EXPECT_EQ(taken(hash_keys(table)), words{text(names[5].c_str())});
+    hash_free(table);
+}
+
+namespace {
+
+// Processor time of entering names and finding each by a copy.
+std::clock_t time_of_names(const std::vector<std::string> &names)
+{
+    const std::vector<std::string> copies = names;
+    hash_table *table = hash_new(13, hash_key_string, compare_key_string);
+    const std::clock_t start = std::clock();
+    for (const std::string &name : names) {
+        EXPECT_EQ(hash_insert(table, text(name.c_str()), text(name.c_str())), 1);
+    }
+    for (std::size_t i = 0; i < copies.size(); ++i) {
+        EXPECT_EQ(hash_get(table, text(copies[i].c_str())), text(names[i].c_str()));
+    }
+    const std::clock_t time = std::clock() - start;
+    EXPECT_EQ(hash_count(table), names.size());
+    hash_free(table);
+    return time;
+}
+
+} // namespace
+
+// A chain that is walked would take two thousand million comparisons.
+TEST(HashIndex, NamesOfEqualHashCostNoMoreThanOthers)
+{
+    const std::vector<std::string> equal = names_of_equal_hash(16);
+    std::vector<std::string> others;
+    for (std::size_t i = 0; i < equal.size(); ++i) {
+        others.push_back("a_name_of_the_same_length_" + std::to_string(100000 + i));
+    }
+    ASSERT_EQ(others[0].size(), equal[0].size());
+    EXPECT_LT(time_of_names(equal), time_of_names(others) * 20 + CLOCKS_PER_SEC / 4);
 }
 
 TEST(Hash, CaseBlindComparisonSeesItsBucketOnly)
@@ -577,6 +673,59 @@ TEST(HashMasterList, ClashesAreTraced)
                                           "user.c:9> HASH @ born.c:40 (3/5) clashed 2 times inserting (0x1a,0x3)",
                                       }));
     hash_free(table);
+}
+
+TEST(HashMasterList, TellsWhichTablesAreOnIt)
+{
+    hash_table *before = hash_new(3);
+    EXPECT_FALSE(hash_is_listed(before));
+    hash_table *meanwhile = nullptr;
+    {
+        const listing on;
+        EXPECT_FALSE(hash_is_listed(before)) << "made before";
+        meanwhile = hash_new(3);
+        EXPECT_TRUE(hash_is_listed(meanwhile));
+    }
+    EXPECT_TRUE(hash_is_listed(meanwhile)) << "for its life";
+    hash_clear(meanwhile);
+    EXPECT_TRUE(hash_is_listed(meanwhile));
+    hash_table *behind = hash_new(3);
+    EXPECT_FALSE(hash_is_listed(behind));
+    hash_free(before);
+    hash_free(meanwhile);
+    hash_free(behind);
+}
+
+// A listed table has no index: the one beside it must show the same order whatever comes and goes.
+TEST(HashMasterList, OrderIsThatOfOtherTables)
+{
+    std::vector<std::string> names = names_of_equal_hash(9);
+    for (int i = 0; i < 1500; ++i) {
+        names.push_back("_name" + std::to_string(i));
+    }
+    for (const std::uint32_t size : {1U, 13U, 47U}) {
+        hash_table *table = hash_new(size, hash_key_string, compare_key_string);
+        hash_table *listed = nullptr;
+        {
+            const listing on;
+            listed = hash_new(size, hash_key_string, compare_key_string, {"same.c", 1});
+        }
+        std::mt19937 random(size);
+        for (int step = 0; step < 6000; ++step) {
+            const word key = text(names[random() % names.size()].c_str());
+            if (random() % 4 != 0) {
+                ASSERT_EQ(hash_insert(table, key, key), hash_insert(listed, key, key));
+            } else {
+                ASSERT_EQ(hash_delete(table, key), hash_delete(listed, key));
+            }
+        }
+        EXPECT_NE(table->index, nullptr);
+        EXPECT_EQ(listed->index, nullptr);
+        EXPECT_EQ(taken(hash_keys(table)), taken(hash_keys(listed)));
+        EXPECT_EQ(taken(hash_values(table)), taken(hash_values(listed)));
+        hash_free(table);
+        hash_free(listed);
+    }
 }
 
 TEST(HashMasterList, ListedTablesWalkTheirChains)

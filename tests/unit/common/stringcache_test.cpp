@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/common/equal_hashes.h"
 #include "tests/unit/common/scratch_dir.h"
 
 namespace {
@@ -103,6 +104,61 @@ TEST(StringCache, HoldsManyTexts)
     std::vector<const char *> distinct = cached;
     std::sort(distinct.begin(), distinct.end());
     EXPECT_EQ(std::unique(distinct.begin(), distinct.end()), distinct.end());
+}
+
+// Texts and their beginnings, as views into one longer text: neither is taken for the other.
+TEST(StringCache, BeginningsAreOtherTexts)
+{
+    for (const char c : {'z', ' ', '\xFF'}) {
+        const std::string longest(64, c);
+        std::vector<const char *> cached(longest.size() + 1);
+        // Every other one first, so that a search meets both longer and shorter texts.
+        for (const std::size_t first : {1U, 0U}) {
+            for (std::size_t length = first; length <= longest.size(); length += 2) {
+                cached[length] = str_cache(std::string_view(longest).substr(0, length));
+            }
+        }
+        for (std::size_t length = 0; length <= longest.size(); ++length) {
+            EXPECT_EQ(std::strlen(cached[length]), length);
+            EXPECT_TRUE(str_same(cached[length], str_cache(std::string(length, c))));
+            EXPECT_TRUE(str_same(cached[length], str_cache(std::string(length, c).c_str())));
+        }
+    }
+}
+
+TEST(StringCache, TextsOfEqualHashAreToldApart)
+{
+    std::vector<std::string> texts = texts_of_equal_text_hash(100);
+    const std::string whole = text_with_beginning_of_equal_text_hash();
+    texts.push_back(whole);
+    texts.push_back(whole.substr(0, 8));
+    std::vector<const char *> cached;
+    for (const std::string &text : texts) {
+        cached.push_back(str_cache(text));
+        EXPECT_EQ(cached.back(), text);
+    }
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        str_prefetch(texts[i]); // changes nothing
+        EXPECT_TRUE(str_same(str_cache(texts[i]), cached[i]));
+        EXPECT_EQ(cached[i], texts[i]);
+    }
+}
+
+// Names of outputs are cut in place. What stands in the cache then is found by neither text.
+TEST(StringCache, ATextCutInPlaceIsNotFoundAgain)
+{
+    const std::string text = unknown_text() + ".ext";
+    char *own = ::strdup(text.c_str());
+    ASSERT_EQ(str_cache_own(own), own);
+    const std::size_t point = text.find('.');
+    own[point] = '\0';
+    const char *whole = str_cache(text);
+    EXPECT_NE(whole, own);
+    EXPECT_EQ(whole, text);
+    EXPECT_TRUE(str_same(whole, str_cache(text)));
+    const char *front = str_cache(text.substr(0, point));
+    EXPECT_NE(front, own);
+    EXPECT_STREQ(front, own);
 }
 
 TEST(StringCache, OwnEntersTheAllocationItself)

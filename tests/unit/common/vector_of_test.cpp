@@ -88,6 +88,22 @@ TEST(VectorOf, CopiesOfTheViewAreOneCollection)
     list.free();
 }
 
+TEST(VectorOf, LastingVectorsGrowAsOthers)
+{
+    auto list = vector_of<std::uint32_t>::make_lasting(1);
+    EXPECT_TRUE(list.raw()->lasting);
+    EXPECT_EQ(list.raw()->initial_size, 1U);
+    for (const std::uint32_t n : {1U, 2U, 3U}) {
+        list.push(n);
+    }
+    auto copy = list.copy();
+    list.free();
+    EXPECT_EQ(list.raw(), nullptr);
+    EXPECT_EQ(copy.count(), 3U);
+    EXPECT_EQ(copy.last(), 3U);
+    copy.free();
+}
+
 TEST(VectorOf, SignedElementsComeBackSigned)
 {
     auto list = vector_of<std::int32_t>::make();

@@ -3,6 +3,7 @@
 #include "common/vector.h"
 
 #include <initializer_list>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -402,6 +403,207 @@ TEST(VectorIterator, NodesComeZeroedFromOneCache)
     vector_free(q);
 }
 
+TEST(VectorLasting, HasNoStorageBeforeTheFirstStore)
+{
+    vector *p = vector_new_lasting(3);
+    EXPECT_TRUE(p->lasting);
+    EXPECT_EQ(p->count, 0U);
+    EXPECT_EQ(p->capacity, 0U);
+    EXPECT_EQ(p->initial_size, 3U);
+    EXPECT_EQ(p->data, nullptr);
+    EXPECT_EQ(p->iterator, nullptr);
+    EXPECT_EQ(p->master, nullptr);
+    EXPECT_EQ(vector_get(p, 0), 0U);
+    EXPECT_EQ(vector_pop(p), 0U);
+    vector_free(p);
+
+    vector *first = vector_new();
+    vector *second = vector_new_lasting(1);
+    EXPECT_EQ(second->serial, first->serial + 1);
+    EXPECT_FALSE(first->lasting);
+    vector_free(first);
+    vector_free(second);
+}
+
+TEST(VectorLasting, GrowsBeyondItsFirstWords)
+{
+    for (const std::uint32_t size : {1U, 2U, 5U}) {
+        vector *p = vector_new_lasting(size);
+        words expected;
+        std::uint32_t capacity = size;
+        for (std::uint32_t index = 0; index < 40; ++index) {
+            EXPECT_EQ(vector_push(p, index + 100), index);
+            capacity = index < capacity ? capacity : capacity * 2;
+            EXPECT_EQ(p->capacity, capacity);
+            expected.push_back(index + 100);
+            ASSERT_EQ(contents(p), expected);
+        }
+        vector_free(p);
+    }
+}
+
+TEST(VectorLasting, SetFarPastTheEnd)
+{
+    vector *p = vector_new_lasting(1);
+    vector_set(p, 7, 20); // the first store
+    EXPECT_EQ(p->capacity, 32U);
+    EXPECT_EQ(vector_count(p), 21U);
+    EXPECT_EQ(vector_get(p, 19), 0U);
+    EXPECT_EQ(vector_get(p, 20), 7U);
+    vector_free(p);
+
+    p = vector_new_lasting(2);
+    vector_push(p, 1);
+    vector_set(p, 7, 100); // from the first words
+    EXPECT_EQ(p->capacity, 128U);
+    vector_set(p, 8, 1000); // from later ones
+    EXPECT_EQ(vector_get(p, 0), 1U);
+    EXPECT_EQ(vector_get(p, 100), 7U);
+    EXPECT_EQ(vector_get(p, 999), 0U);
+    EXPECT_EQ(vector_get(p, 1000), 8U);
+    vector_free(p);
+
+    p = vector_new_lasting(1);
+    vector_set(p, 5, 0);
+    EXPECT_EQ(p->capacity, 1U);
+    vector_set(p, 6, 0);
+    EXPECT_EQ(p->capacity, 2U) << "a store into a full vector makes it grow";
+    EXPECT_EQ(contents(p), words{6});
+    vector_free(p);
+}
+
+TEST(VectorLasting, CopiesAreOrdinaryVectors)
+{
+    vector *p = vector_new_lasting(2);
+    vector *of_none = vector_copy(p);
+    vector_push(p, 1);
+    vector_push(p, 2);
+    vector *of_first_words = vector_copy(p);
+    vector_push(p, 3);
+    vector *of_later_words = vector_copy(p);
+    EXPECT_EQ(contents(of_none), words{});
+    EXPECT_EQ(contents(of_first_words), (words{1, 2}));
+    EXPECT_EQ(contents(of_later_words), (words{1, 2, 3}));
+    for (vector *copy : {of_none, of_first_words, of_later_words}) {
+        EXPECT_FALSE(copy->lasting);
+        EXPECT_EQ(copy->initial_size, 2U);
+        vector_push(copy, 9);
+        EXPECT_EQ(vector_last(copy), 9U);
+    }
+    EXPECT_EQ(contents(p), (words{1, 2, 3}));
+    vector_free(p);
+    EXPECT_EQ(contents(of_first_words), (words{1, 2, 9})) << "words of its own";
+    for (vector *copy : {of_none, of_first_words, of_later_words}) {
+        vector_free(copy);
+    }
+}
+
+// Their first words lie beside each other: none may run into the next, and none is freed.
+TEST(VectorLasting, ManyOfThemStandSideBySide)
+{
+    std::vector<vector *> all;
+    for (std::uint32_t i = 0; i < 300; ++i) {
+        all.push_back(vector_new_lasting(1 + i % 4));
+    }
+    for (std::uint32_t round = 0; round < 9; ++round) {
+        for (std::uint32_t i = 0; i < all.size(); ++i) {
+            if (round < i % 10) {
+                vector_push(all[i], i * 100 + round);
+            }
+        }
+    }
+    for (std::uint32_t i = 0; i < all.size(); ++i) {
+        ASSERT_EQ(vector_count(all[i]), i % 10);
+        for (std::uint32_t round = 0; round < i % 10; ++round) {
+            ASSERT_EQ(vector_get(all[i], round), i * 100 + round);
+        }
+        vector_free(all[i]);
+    }
+}
+
+TEST(VectorLasting, DoesWhatAnOrdinaryOneDoes)
+{
+    std::mt19937 random(12);
+    for (std::uint32_t size = 1; size <= 6; ++size) {
+        vector *lasting = vector_new_lasting(size);
+        vector *plain = vector_new_sized(size);
+        for (int step = 0; step < 400; ++step) {
+            const word w = random() % 20 + 1;
+            const auto index = static_cast<std::uint32_t>(random() % 12);
+            switch (random() % 8) {
+            case 0:
+                EXPECT_EQ(vector_insert(lasting, w, index), vector_insert(plain, w, index));
+                break;
+            case 1:
+                vector_set(lasting, w, index);
+                vector_set(plain, w, index);
+                break;
+            case 2:
+                EXPECT_EQ(vector_delete(lasting, index), vector_delete(plain, index));
+                break;
+            case 3:
+            case 4:
+                EXPECT_EQ(vector_pop(lasting), vector_pop(plain));
+                break;
+            case 5:
+                EXPECT_EQ(vector_add_unique(lasting, w), vector_add_unique(plain, w));
+                break;
+            case 6:
+                vector_sort(lasting, ascending);
+                vector_sort(plain, ascending);
+                break;
+            default:
+                EXPECT_EQ(vector_push(lasting, w), vector_push(plain, w));
+                break;
+            }
+            ASSERT_EQ(contents(lasting), contents(plain)) << size << ", step " << step;
+            ASSERT_EQ(lasting->capacity, plain->capacity) << size << ", step " << step;
+            ASSERT_EQ(walk(lasting), walk(plain));
+        }
+        vector_iter_begin(lasting); // goes with the vector
+        vector_free(lasting);
+        vector_free(plain);
+    }
+}
+
+// Words of half a megabyte and more are moved in another way. What growth keeps and forgets is the same.
+TEST(Vector, GrowthOfLargeVectors)
+{
+    constexpr std::uint32_t HALF_MEGABYTE = (1U << 19) / sizeof(word);
+    for (const std::uint32_t size : {HALF_MEGABYTE / 2, HALF_MEGABYTE - 1, HALF_MEGABYTE, HALF_MEGABYTE * 8}) {
+        for (vector *p : {vector_new_sized(size), vector_new_lasting(size)}) {
+            words expected;
+            for (word w = 1; w <= size; ++w) {
+                vector_push(p, w);
+                expected.push_back(w);
+            }
+            // Twice from a vector that was full to one of which the upper words are not those that were there.
+            for (int round = 0; round < 2; ++round) {
+                vector_pop(p);
+                vector_pop(p);
+                const std::uint32_t end = p->capacity;
+                vector_set(p, 7, end);
+                EXPECT_EQ(p->capacity, end * 2);
+                expected.resize(expected.size() - 2);
+                expected.resize(end);
+                expected.push_back(7);
+                ASSERT_TRUE(words(p->data, p->data + p->count) == expected) << size << ", round " << round;
+                while (p->count < p->capacity) {
+                    vector_push(p, p->count);
+                    expected.push_back(expected.size());
+                }
+            }
+            vector *copy = vector_copy(p);
+            EXPECT_EQ(copy->capacity, p->capacity);
+            vector_free(p);
+            EXPECT_TRUE(words(copy->data, copy->data + copy->count) == expected);
+            vector_push(copy, 9);
+            EXPECT_EQ(vector_last(copy), 9U);
+            vector_free(copy);
+        }
+    }
+}
+
 TEST(VectorDeath, ChecksOfState)
 {
     EXPECT_CHECK(vector_push(nullptr, 1), "p != NULL");
@@ -428,6 +630,9 @@ TEST(VectorDeath, ChecksOfState)
     vector_free(p);
 
     p = vector_new_sized(0);
+    EXPECT_CHECK(vector_push(p, 1), "initial_size != 0");
+    vector_free(p);
+    p = vector_new_lasting(0);
     EXPECT_CHECK(vector_push(p, 1), "initial_size != 0");
     vector_free(p);
 
@@ -601,6 +806,21 @@ TEST(VectorMasterList, InsertAndSetRaiseTheHighWaterMarks)
     vector_clear(p);
     EXPECT_EQ(dumped()[2], living_row(p, "h.c:1    5/8    Y"));
     vector_free(p);
+}
+
+TEST(VectorMasterList, LastingVectorsAreListedAsOthers)
+{
+    const listing on;
+    vector *p = vector_new_lasting(1, {"lasting.c", 4});
+    EXPECT_EQ(dumped()[2], living_row(p, "lasting.c:4    0/0    Y"));
+    for (word w = 0; w < 3; ++w) {
+        vector_push(p, w);
+    }
+    EXPECT_EQ(dumped()[2], living_row(p, "lasting.c:4    3/4    Y"));
+    vector *copy = vector_copy(p, {"lasting.c", 5});
+    vector_free(p);
+    EXPECT_EQ(dumped()[2], living_row(copy, "lasting.c:5    3/4    Y")) << "the other is dead";
+    vector_free(copy);
 }
 
 TEST(VectorMasterList, BirthPlaceIsTheCallersLine)
