@@ -108,6 +108,8 @@ tmf_psect *tmf_add_psect(const tmf_psect &record);
 tmf_unused *tmf_add_unused(const char *name, std::uint32_t delta, std::uint32_t low, std::uint32_t high);
 tmf_line *tmf_add_line(const tmf_line &record); // silent
 tmf_symbol *tmf_add_symbol(const tmf_symbol &record);
+// Has the place of a symbol fetched from memory, for one that is about to be added.
+void tmf_prefetch_symbol(const char *name);
 void tmf_add_split(const char *parent, const char *child);
 void tmf_add_dabs(const tmf_dabs_record &record);
 tmf_segment *tmf_add_segment(const tmf_segment &record);

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <map>
 #include <queue>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -244,7 +245,7 @@ std::vector<tmf_range> tmf_entry_ranges(const char *label)
     if (ps == nullptr) {
         return {{0, 0}};
     }
-    const tmf_symbol *end = tmf_find_symbol(str_concat("__end_of", label));
+    const tmf_symbol *end = tmf_find_symbol(std::string("__end_of").append(label).c_str());
     if (end == nullptr) {
         return {};
     }

@@ -3,6 +3,8 @@
 // shows as many mistakes as possible; only a missing section stops the reading.
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -43,19 +45,26 @@ void set_report_position()
     alert_set_position(tmf_path, &tmf_line_number);
 }
 
-// Most tokens are short; the rest are paths.
-const char *token_end(const char *position, const char *end)
+// The first blank of a text, or its end; eight characters a step.
+const char *find_blank(const char *position, const char *end)
 {
-    constexpr std::ptrdiff_t SHORT_TOKEN = 12;
-    const char *const short_end = position + std::min(end - position, SHORT_TOKEN);
-    while (position != short_end && *position != ' ') {
+    constexpr std::uint64_t ALL_BLANK = 0x2020202020202020;
+    constexpr std::uint64_t LOW_BITS = 0x7F7F7F7F7F7F7F7F;
+    for (std::uint64_t piece = 0; end - position >= static_cast<std::ptrdiff_t>(sizeof piece);
+         position += sizeof piece) {
+        std::memcpy(&piece, position, sizeof piece);
+        piece ^= ALL_BLANK; // a blank is a zero byte now, and only that leaves the top bit of its byte in the next line
+        const std::uint64_t blanks = ~(((piece & LOW_BITS) + LOW_BITS) | piece | LOW_BITS);
+        if (blanks != 0) {
+            const int bit =
+                std::endian::native == std::endian::little ? std::countr_zero(blanks) : std::countl_zero(blanks);
+            return position + bit / CHAR_BIT;
+        }
+    }
+    while (position != end && *position != ' ') {
         position++;
     }
-    if (position != short_end || position == end) {
-        return position;
-    }
-    const void *blank = std::memchr(position, ' ', static_cast<std::size_t>(end - position));
-    return blank != nullptr ? static_cast<const char *>(blank) : end;
+    return position;
 }
 
 // Only the blank separates: a tab is part of a token.
@@ -72,7 +81,7 @@ void split_tokens(std::string_view line)
             return;
         }
         const char *begin = position;
-        position = token_end(position, end);
+        position = find_blank(position, end);
         tmf_currtoks.token[tmf_currtoks.count++] = std::string_view(begin, static_cast<std::size_t>(position - begin));
     }
 }
@@ -276,9 +285,12 @@ void read_line(map_reader &reader, std::string_view line)
 void read_symbol(map_reader &reader, std::string_view)
 {
     tmf_symbol symbol;
-    symbol.tmfsy_name = str_cache(token_text(0));
+    const std::string_view name = token_text(0);
+    str_prefetch(name);
     symbol.tmfsy_value = tmf_token_number(1, HEX);
     symbol.tmfsy_loadadj = signed_token_number(2, HEX);
+    symbol.tmfsy_name = str_cache(name);
+    tmf_prefetch_symbol(symbol.tmfsy_name);
     symbol.tmfsy_class = reader.class_name.cached(token_text(3));
     symbol.tmfsy_space = tmf_token_number(4, DECIMAL);
     symbol.tmfsy_psect = reader.psect_name.cached(token_text(5));

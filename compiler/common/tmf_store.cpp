@@ -267,6 +267,11 @@ tmf_symbol *tmf_add_symbol(const tmf_symbol &record)
     return symbol;
 }
 
+void tmf_prefetch_symbol(const char *name)
+{
+    tmf_store.symbols.prefetch(name);
+}
+
 void tmf_add_split(const char *parent, const char *child)
 {
     if (is_blank(parent)) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/texthash.h"
 #include "compiler/tarnwick/encdec.h"
 #include "compiler/tarnwick/options.h"
 
@@ -29,12 +30,18 @@ generated_name generate_name()
 
 std::uint32_t vcoff_string_offset(coff_tables *tables, const char *text)
 {
-    const auto next = static_cast<std::uint32_t>(COFF_STRING_TABLE_START + tables->coff_strings.size());
-    const auto [place, is_new] = tables->string_offsets.try_emplace(text, next);
-    if (is_new) {
-        tables->coff_strings.append(place->first).push_back('\0');
+    std::string &strings = tables->coff_strings;
+    const std::uint32_t hash = hash_text(text);
+    const std::size_t known = tables->string_offsets.find(hash, [&strings, text](std::size_t offset) {
+        return std::strcmp(strings.c_str() + (offset - COFF_STRING_TABLE_START), text) == 0;
+    });
+    if (known != 0) {
+        return static_cast<std::uint32_t>(known);
     }
-    return place->second;
+    const std::size_t offset = COFF_STRING_TABLE_START + strings.size();
+    strings.append(text).push_back('\0');
+    tables->string_offsets.add(hash, offset);
+    return static_cast<std::uint32_t>(offset);
 }
 
 void coff_put_name(coff_tables *tables, std::uint8_t *field, const char *text)

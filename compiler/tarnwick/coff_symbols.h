@@ -6,9 +6,9 @@
 #include <array>
 #include <cstdint>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
+#include "common/key_index.h"
 #include "compiler/tarnwick/coff.h"
 
 // An entry in output form.
@@ -33,7 +33,12 @@ struct coff_aux {
 struct coff_tables {
     std::vector<coff_entry> coff_symbols;
     std::string coff_strings; // each string with its terminator; the table's size field in front of them is not here
-    std::unordered_map<std::string, std::uint32_t> string_offsets; // looked up only: its order does not show
+    key_index<std::size_t> string_offsets; // of each string; in the file their low 32 bits
+
+    coff_tables() = default;
+    ~coff_tables() { string_offsets.free(); }
+    coff_tables(const coff_tables &) = delete;
+    coff_tables &operator=(const coff_tables &) = delete;
 };
 
 // Where an output's string table has this text, which it is added to unless it is there.

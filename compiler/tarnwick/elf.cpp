@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
+#include <span>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -184,10 +186,9 @@ elf_symbol_type type_without_node(const tarn_symbol *symbol)
     return (symbol->sy_flags & SYM_DABS) != 0 ? STT_OBJECT : STT_NOTYPE;
 }
 
-// The type as the symbol database tells it.
-elf_symbol_type symbol_type(const tarn_symbol *symbol)
+// The type as the node of its name in the symbol database tells it.
+elf_symbol_type symbol_type(const tarn_symbol *symbol, const sdb_node *node)
 {
-    const sdb_node *node = sdb_global != nullptr ? sdb_find_indexed(symbol->sy_name) : nullptr;
     if (node == nullptr) {
         return type_without_node(symbol);
     }
@@ -211,22 +212,38 @@ elf_symbol_type symbol_type(const tarn_symbol *symbol)
     }
 }
 
-std::uint8_t symbol_info(const tarn_symbol *symbol)
+std::uint8_t symbol_info(const tarn_symbol *symbol, const sdb_node *node)
 {
     constexpr std::uint32_t BINDING_SHIFT = 4;
     const std::uint32_t binding = (symbol->sy_flags & SYM_LOCAL) != 0 ? STB_LOCAL : STB_GLOBAL;
-    return static_cast<std::uint8_t>(binding << BINDING_SHIFT | symbol_type(symbol));
+    return static_cast<std::uint8_t>(binding << BINDING_SHIFT | symbol_type(symbol, node));
 }
 
-void add_symbol(elf_out *elf, std::uint16_t section, const tarn_symbol *symbol)
+void add_symbol(elf_out *elf, std::uint16_t section, const tarn_symbol *symbol, const sdb_node *node)
 {
-    const std::uint8_t info = symbol_info(symbol);
+    const std::uint8_t info = symbol_info(symbol, node);
     std::uint8_t *p = append_record(&elf->eo_symbols, ELF_SYMBOL_SIZE);
     put32(p + ST_NAME, append_string(&elf->eo_strtab, symbol->sy_name));
     put32(p + ST_VALUE, symbol->sy_value);
     put8(p + ST_INFO, info);
     put8(p + ST_OTHER, elf_extension->symbol_other(symbol, info));
     put16(p + ST_SHNDX, section);
+}
+
+// Symbols whose nodes are looked for together.
+constexpr std::size_t SYMBOL_BATCH = 256;
+
+void add_symbols(elf_out *elf, std::uint16_t section, std::span<tarn_symbol *const> symbols)
+{
+    std::vector<const char *> names;
+    names.reserve(symbols.size());
+    for (const tarn_symbol *symbol : symbols) {
+        names.push_back(symbol->sy_name);
+    }
+    const std::vector<sdb_node *> nodes = sdb_find_all(names);
+    for (std::size_t i = 0; i < symbols.size(); ++i) {
+        add_symbol(elf, section, symbols[i], nodes[i]);
+    }
 }
 
 // --- the file -----------------------------------------------------------------------------------------------------------
@@ -626,8 +643,8 @@ void elf_add_symbols(elf_out *elf, std::uint32_t section, const std::vector<tarn
         append_record(&elf->eo_symbols, ELF_SYMBOL_SIZE);
     }
     const std::uint16_t field = section == 0 ? SHN_ABS : static_cast<std::uint16_t>(section);
-    for (const tarn_symbol *symbol : symbols) {
-        add_symbol(elf, field, symbol);
+    for (std::size_t start = 0; start < symbols.size(); start += SYMBOL_BATCH) {
+        add_symbols(elf, field, std::span(symbols).subspan(start, std::min(SYMBOL_BATCH, symbols.size() - start)));
     }
 }
 

@@ -152,14 +152,20 @@ tarn_symbol *tarn_add_symbol(const tarn_symbol &record)
         sp->sy_name = "";
     }
     symbols_by_name.insert(sp->sy_name, sp);
-    if (sp->sy_name[0] != 'F') { // those are found by name alone
-        symbols_by_value.insert(sp->sy_value, sp);
-    }
     if (tarn_file *fp = file_at(sp->sy_file)) {
         ++fp->fl_nsymbols;
     }
     symbol_list.push(sp);
+    if (hash_is_listed(symbols_by_value.raw())) {
+        tarn_settle_symbol_values(); // the list shows the table as it fills
+    }
     return sp;
+}
+
+void tarn_prefetch_symbol(const char *name)
+{
+    str_prefetch(name);
+    symbols_by_name.prefetch(name);
 }
 
 tarn_line *tarn_add_line(const tarn_line &record)

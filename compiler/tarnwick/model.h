@@ -111,8 +111,8 @@ struct tarn_data {
 extern vector_of<tarn_file *> file_list;
 extern hash_of<const char *, tarn_file *> files_by_name; // without regard to case
 extern vector_of<tarn_symbol *> symbol_list;
-extern hash_of<const char *, tarn_symbol *> symbols_by_name; // the first of a name
-extern hash_of<std::uint32_t, tarn_symbol *> symbols_by_value;
+extern hash_of<const char *, tarn_symbol *> symbols_by_name;   // the first of a name
+extern hash_of<std::uint32_t, tarn_symbol *> symbols_by_value; // the first of a value; filled when it is asked
 extern vector_of<tarn_line *> line_list;
 extern hash_of<const char *, tarn_psect *> psect_table;
 extern hash_of<const char *, std::uint32_t> psect_flags_table; // --psect-flags
@@ -132,6 +132,8 @@ void model_create();
 // Adding.
 std::uint32_t tarn_add_file(const char *name); // the file's number
 tarn_symbol *tarn_add_symbol(const tarn_symbol &record);
+// Has the places of a symbol's name fetched from memory, for one that is about to be added.
+void tarn_prefetch_symbol(const char *name);
 tarn_line *tarn_add_line(const tarn_line &record);
 // An image of at most `size` bytes is about to come. The bytes of its blocks then lie behind each other in memory, which
 // spares consolidation to move them.
@@ -147,8 +149,10 @@ void add_seg_range(tarn_segment *seg, tarn_psect *pp);
 
 // Finding; null or 0 when there is none.
 tarn_psect *tarn_find_psect(const char *name);
-tarn_symbol *tarn_find_symbol(const char *name); // the first of that name
-tarn_symbol *tarn_find_symbol_at(std::uint32_t value);
+tarn_symbol *tarn_find_symbol(const char *name);       // the first of that name
+tarn_symbol *tarn_find_symbol_at(std::uint32_t value); // the first of that value
+// To be called before the order of `symbol_list` changes: the first of a value is the one that was added first.
+void tarn_settle_symbol_values();
 tarn_segment *tarn_find_segment(const char *name);
 tarn_file *tarn_find_file(const char *name);
 tarn_symbol *tarn_file_symbol(const char *file, const char *name);

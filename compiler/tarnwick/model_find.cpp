@@ -52,6 +52,7 @@ struct file_name_index {
 };
 
 file_name_index exact_names;
+std::uint32_t symbols_with_value = 0;          // symbols of `symbol_list` that `symbols_by_value` knows
 hash_of<const char *, tarn_file *> base_names; // one file per base name; null until the first search by base name
 
 // The union of ranges, in ascending order.
@@ -198,7 +199,19 @@ void model_finders_reset()
 {
     exact_names.reset();
     base_names.free();
+    symbols_with_value = 0;
     model_segments_reset();
+}
+
+// Few outputs ask for symbols by value, so they are entered when the first one does. A value stays as it was added.
+void tarn_settle_symbol_values()
+{
+    for (; symbols_with_value < symbol_list.count(); ++symbols_with_value) {
+        tarn_symbol *sp = symbol_list.get(symbols_with_value);
+        if (sp->sy_name[0] != 'F') { // those are found by name alone
+            symbols_by_value.insert(sp->sy_value, sp);
+        }
+    }
 }
 
 tarn_psect *tarn_find_psect(const char *name)
@@ -213,6 +226,7 @@ tarn_symbol *tarn_find_symbol(const char *name)
 
 tarn_symbol *tarn_find_symbol_at(std::uint32_t value)
 {
+    tarn_settle_symbol_values();
     return symbols_by_value.get(value);
 }
 

@@ -677,6 +677,7 @@ void symbol_file_writer::flush()
 // Sorts the tables themselves: later outputs find them so.
 bool orbell_write(std::FILE *stream, const char *)
 {
+    tarn_settle_symbol_values();
     sort_records<compare_symbols>(symbol_list);
     sort_records<compare_lines>(line_list);
 

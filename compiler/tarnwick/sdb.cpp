@@ -3,16 +3,18 @@
 #include "compiler/tarnwick/sdb.h"
 
 #include <algorithm>
-#include <bit>
+#include <array>
 #include <cstdio>
 #include <cstring>
-#include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "common/alloc.h"
+#include "common/key_index.h"
 #include "common/stringcache.h"
+#include "common/texthash.h"
 #include "common/trace.h"
 #include "compiler/tarnwick/sdb_reader.h"
 
@@ -29,12 +31,7 @@ constexpr std::uint64_t REENTRANT_MASK = 0x40; // the qualifier of letter "R"
 std::uint64_t tree_version = 1;
 std::uint64_t index_version = 0;
 
-// An open table of the first node of each name, made in one go. The hash is compared before a node is touched.
-struct name_slot {
-    std::size_t hash = 0;
-    sdb_node *node = nullptr; // null in a free slot
-};
-std::vector<name_slot> name_index; // its size is a power of two
+key_index<sdb_node *> name_index; // the first node of each name
 
 std::uint32_t next_location_id = 0;
 
@@ -43,11 +40,35 @@ bool has_name(const sdb_node *node, const char *name)
     return node->sdb_name != nullptr && std::strcmp(node->sdb_name, name) == 0;
 }
 
+void append_to_chain(sdb_block *bl, sdb_node *node)
+{
+    const std::uint32_t bucket = sdb_name_bucket(node->sdb_name);
+    sdb_node *&head = bl->bl_hash[bucket];
+    sdb_node *&tail = bl->bl_hash[SDB_HASH_SIZE + bucket];
+    node->sdb_chain = nullptr;
+    if (head == nullptr) {
+        head = node;
+    } else {
+        tail->sdb_chain = node;
+    }
+    tail = node;
+}
+
+void hash_members(sdb_block *bl)
+{
+    bl->bl_hash = static_cast<sdb_node **>(xarena(2 * SDB_HASH_SIZE * sizeof(sdb_node *), alignof(sdb_node *)));
+    for (std::uint32_t i = 0; i < bl->bl_count; ++i) {
+        if ((bl->bl_members[i]->sdb_flags & SDB_HASHED) != 0) {
+            append_to_chain(bl, bl->bl_members[i]);
+        }
+    }
+}
+
 // The last node of a block's bucket whose name is `name`, or `with_underscore` when that is given.
-sdb_node *last_in_bucket(const sdb_block &block, const char *name, const char *with_underscore)
+sdb_node *last_in_bucket(sdb_block &block, const char *name, const char *with_underscore)
 {
     if (block.bl_hash == nullptr) {
-        return nullptr;
+        hash_members(&block);
     }
     sdb_node *found = nullptr;
     for (sdb_node *node = block.bl_hash[sdb_name_bucket(name)]; node != nullptr; node = node->sdb_chain) {
@@ -73,38 +94,51 @@ sdb_node *last_declared(const sdb_node *node, const char *name, std::uint32_t co
     return nullptr;
 }
 
-// The slot of `name`, or the free one where it belongs.
-name_slot &find_name_slot(const char *name, std::size_t hash)
+sdb_node *find_named(const char *name, std::uint32_t hash)
 {
-    const std::size_t mask = name_index.size() - 1;
-    for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
-        name_slot &slot = name_index[i];
-        if (slot.node == nullptr || (slot.hash == hash && (slot.node->sdb_name == name || has_name(slot.node, name)))) {
-            return slot;
-        }
-    }
+    return name_index.find(hash,
+                           [name](const sdb_node *node) { return node->sdb_name == name || has_name(node, name); });
 }
 
-std::size_t hash_name(const char *name)
+// Searches that overlap.
+constexpr std::size_t SEARCH_BATCH = 32;
+
+// Finds at most SEARCH_BATCH names. Each step fetches from memory what the next one looks at.
+void find_batch(std::span<const char *const> names, std::vector<sdb_node *> *found)
 {
-    return std::hash<std::string_view>{}(name);
+    std::array<std::uint32_t, SEARCH_BATCH> hashes;
+    std::array<const sdb_node *, SEARCH_BATCH> candidates;
+    for (const char *name : names) {
+        __builtin_prefetch(name);
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        hashes[i] = hash_text(names[i]);
+        name_index.prefetch(hashes[i]);
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        candidates[i] = name_index.find(hashes[i], [](const sdb_node *) { return true; });
+        __builtin_prefetch(candidates[i]);
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (candidates[i] != nullptr) {
+            __builtin_prefetch(candidates[i]->sdb_name);
+        }
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        found->push_back(find_named(names[i], hashes[i]));
+    }
 }
 
 void build_name_index()
 {
-    std::vector<sdb_node *> named;
+    name_index.free();
     sdb_walk walk(sdb_global);
     while (sdb_node *node = walk.next()) {
         if (node->sdb_name != nullptr) {
-            named.push_back(node);
-        }
-    }
-    name_index.assign(std::bit_ceil(named.size() * 2 + 1), name_slot{});
-    for (sdb_node *node : named) {
-        const std::size_t hash = hash_name(node->sdb_name);
-        name_slot &slot = find_name_slot(node->sdb_name, hash);
-        if (slot.node == nullptr) {
-            slot = {hash, node};
+            const std::uint32_t hash = hash_text(node->sdb_name);
+            if (find_named(node->sdb_name, hash) == nullptr) {
+                name_index.add(hash, node);
+            }
         }
     }
     index_version = tree_version;
@@ -176,20 +210,10 @@ void sdb_add_member(sdb_node *block, sdb_node *node)
 
 void sdb_add_to_hash(sdb_node *block, sdb_node *node)
 {
-    sdb_block &bl = block->block;
-    if (bl.bl_hash == nullptr) {
-        bl.bl_hash = static_cast<sdb_node **>(xarena(2 * SDB_HASH_SIZE * sizeof(sdb_node *), alignof(sdb_node *)));
+    node->sdb_flags |= SDB_HASHED;
+    if (block->block.bl_hash != nullptr) {
+        append_to_chain(&block->block, node);
     }
-    const std::uint32_t bucket = sdb_name_bucket(node->sdb_name);
-    sdb_node *&head = bl.bl_hash[bucket];
-    sdb_node *&tail = bl.bl_hash[SDB_HASH_SIZE + bucket];
-    node->sdb_chain = nullptr;
-    if (head == nullptr) {
-        head = node;
-    } else {
-        tail->sdb_chain = node;
-    }
-    tail = node;
 }
 
 std::uint32_t sdb_name_bucket(const char *name)
@@ -279,7 +303,20 @@ sdb_node *sdb_find_indexed(const char *name)
     if (index_version != tree_version) {
         build_name_index();
     }
-    return find_name_slot(name, hash_name(name)).node;
+    return find_named(name, hash_text(name));
+}
+
+std::vector<sdb_node *> sdb_find_all(const std::vector<const char *> &names)
+{
+    if (index_version != tree_version) {
+        build_name_index();
+    }
+    std::vector<sdb_node *> found;
+    found.reserve(names.size());
+    for (std::size_t start = 0; start < names.size(); start += SEARCH_BATCH) {
+        find_batch(std::span(names).subspan(start, std::min(SEARCH_BATCH, names.size() - start)), &found);
+    }
+    return found;
 }
 
 sdb_node *sdb_scope_lookup(const char *name, sdb_node *block, std::uint32_t count)

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "common/vector_of.h"
 #include "compiler/tarnwick/machine.h"
@@ -77,7 +78,7 @@ struct sdb_block {
     std::uint32_t bl_count = 0;
     std::uint32_t bl_frame[SDB_FRAME_NUMBERS] = {}; // the first is the frame size
     sdb_node **bl_members = nullptr;
-    sdb_node **bl_hash = nullptr; // SDB_HASH_SIZE chains, then as many tails; null while no member is hashed
+    sdb_node **bl_hash = nullptr; // SDB_HASH_SIZE chains, then as many tails; null until a look-up climbs here
     sdb_node *bl_func = nullptr;  // of sc_func: the variable node of the function
     std::uint32_t bl_inline = 0;
     std::uint32_t bl_nranges = 0;
@@ -115,7 +116,9 @@ struct sdb_enum {
     sdb_enumerator *en_members = nullptr;
 };
 
-inline constexpr std::uint32_t SDB_FAKED = 1; // bit of `sdb_flags`: a faked block
+// Bits of `sdb_flags`.
+inline constexpr std::uint32_t SDB_FAKED = 1;  // a faked block
+inline constexpr std::uint32_t SDB_HASHED = 2; // found by name in its block
 
 struct sdb_node {
     const char *sdb_name = nullptr;
@@ -142,7 +145,8 @@ extern sdb_node *sdb_current; // the block that takes new members
 sdb_node *sdb_new_node(sclass cls, const char *name);
 bool sdb_is_scope(sclass cls); // has members
 bool sdb_is_variable(sclass cls);
-// Appends to the member list (parent and index are the caller's), and at the tail of the name's hash bucket.
+// Appends to the member list (parent and index are the caller's), and at the tail of the name's hash bucket; a block that was
+// never searched has no buckets yet, and takes them from its members at its first search.
 void sdb_add_member(sdb_node *block, sdb_node *node);
 void sdb_add_to_hash(sdb_node *block, sdb_node *node);
 std::uint32_t sdb_name_bucket(const char *name);
@@ -165,6 +169,8 @@ sdb_node *sdb_find(const char *name);
 // `sdb_find` for callers with many names once the tree is complete: the same answer from an index, made anew when the
 // tree has grown.
 sdb_node *sdb_find_indexed(const char *name);
+// The same for each of many names, none null. Their searches overlap, so that they wait less for the memory.
+std::vector<sdb_node *> sdb_find_all(const std::vector<const char *> &names);
 // A name as code at a place in the tree sees it.
 sdb_node *sdb_scope_lookup(const char *name, sdb_node *block, std::uint32_t count);
 sdb_node *sdb_lookup_local(const char *name);

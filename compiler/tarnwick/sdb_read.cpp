@@ -421,6 +421,7 @@ sdb_node *sdb_read(const char *path)
 
 void sdb_reader_reset()
 {
+    sdb_reading.visible.forget();
     sdb_reading = sdb_state{};
     if (files_read) {
         files_read.free();

@@ -5,10 +5,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
+#include "common/key_index.h"
 #include "compiler/tarnwick/sdb.h"
 
 // A preorder walk of all nodes below a scope, in member order. Members must not be added meanwhile.
@@ -76,6 +77,7 @@ public:
     void close_block();
     void add(sdb_node *node);
     bool is_empty() const { return starts_.empty(); }
+    void forget();
     // As `sdb_scope_lookup` in the current block from the end of its members, up to the outermost open block.
     sdb_node *scope_lookup(const char *name) const;
     // As `sdb_lookup_local`.
@@ -84,14 +86,15 @@ public:
 private:
     struct entry {
         sdb_node *node;
-        std::uint32_t older; // of the same name: its place + 1, or 0
+        entry *older;        // of the same name, or null
+        std::uint32_t place; // from 1
+        std::uint32_t hash;  // of the name
     };
-    std::uint32_t top(std::string_view name) const;
-    std::uint32_t skip_block(std::uint32_t place, const sdb_node *block) const;
+    entry *newest(std::string_view name, std::uint32_t hash) const;
 
-    std::vector<entry> entries_;
-    std::vector<std::uint32_t> starts_;                          // of each open block, in `entries_`
-    std::unordered_map<std::string_view, std::uint32_t> newest_; // place + 1
+    std::deque<entry> entries_;
+    std::vector<std::uint32_t> starts_; // of each open block, in `entries_`
+    key_index<entry *> newest_;         // of each name
 };
 
 // What runs on from record to record and from file to file.

@@ -147,6 +147,7 @@ void expect_end(sdb_input &in)
 bool read_record(sdb_input &in, variable_record &record)
 {
     record.first_name = sdb_keep(in.tokens.next().text);
+    symbols_by_name.prefetch(record.first_name); // its address will be asked for
     record.name = record.first_name;
     const sdb_token alias = in.tokens.next();
     record.alias = alias.text == record.name ? record.name : sdb_keep(alias.text);
@@ -197,7 +198,7 @@ void check_location(sdb_node *variable, sdb_location &location)
     auto *copy = xnew<sdb_location>(location);
     copy->lo_id = sdb_next_location_id();
     if (!variable->var.va_locations) {
-        variable->var.va_locations = vector_of<sdb_location *>::make(ONE_LOCATION);
+        variable->var.va_locations = vector_of<sdb_location *>::make_lasting(ONE_LOCATION);
     }
     variable->var.va_locations.push(copy);
     if (opt_verbose != 0) {

@@ -21,22 +21,29 @@ constexpr const char *NO_NAME = "-"; // what the linker writes where there is no
 constexpr const char *ABSOLUTE_CLASS = "ABS";
 constexpr std::uint32_t DABS_DELTA = 1; // dabs figures are bytes
 
-// File numbers by cached name; neighbouring records mostly name the same file.
-class file_numbers {
+// What a search by name has found, by cached name: neighbouring records mostly bear the same name, and of all names there
+// are few.
+template <typename Found, Found (*Find)(const char *)>
+class found_by_name {
 public:
-    std::uint32_t of(const char *name)
+    Found of(const char *name)
     {
         if (name_ == nullptr || !str_same(name, name_)) {
             name_ = name;
-            number_ = tarn_add_file(name);
+            const auto known = all_.find(name);
+            found_ = known != all_.end() ? known->second : all_.emplace(name, Find(name)).first->second;
         }
-        return number_;
+        return found_;
     }
 
 private:
     const char *name_ = nullptr;
-    std::uint32_t number_ = 0;
+    Found found_ = {};
+    std::unordered_map<const char *, Found> all_; // looked up only: its order does not show
 };
+
+using file_numbers = found_by_name<std::uint32_t, tarn_add_file>;
+using psects_by_name = found_by_name<tarn_psect *, tarn_find_psect>;
 
 // --- psects and segments ------------------------------------------------------------------------------------------------
 
@@ -116,7 +123,7 @@ bool is_known_bound(const char *label)
     return tarn_find_psect(psect) != nullptr || low->tmfsy_value + high->tmfsy_value == 0;
 }
 
-tarn_psect *place_symbol(const tmf_symbol *source, tarn_symbol *record)
+tarn_psect *place_symbol(const tmf_symbol *source, tarn_symbol *record, psects_by_name *psects)
 {
     if (std::strcmp(source->tmfsy_class, NO_NAME) == 0) {
         return nullptr;
@@ -125,17 +132,17 @@ tarn_psect *place_symbol(const tmf_symbol *source, tarn_symbol *record)
         record->sy_flags |= SYM_ABS;
         return nullptr;
     }
-    return tarn_find_psect(source->tmfsy_psect);
+    return psects->of(source->tmfsy_psect);
 }
 
-void import_symbol(const tmf_symbol *source, file_numbers *files)
+void import_symbol(const tmf_symbol *source, file_numbers *files, psects_by_name *psects)
 {
     tarn_symbol record;
     record.sy_name = source->tmfsy_name;
     record.sy_space = source->tmfsy_space;
     record.sy_value = source->tmfsy_value;
     record.sy_load = source->tmfsy_value + static_cast<std::uint32_t>(source->tmfsy_loadadj);
-    record.sy_psect = place_symbol(source, &record);
+    record.sy_psect = place_symbol(source, &record, psects);
     record.sy_file = files->of(source->tmfsy_file); // "-" is a file of that name
     if (record.sy_psect != nullptr && record.sy_psect->ps_delta != 0) {
         record.sy_value /= record.sy_psect->ps_delta;
@@ -150,13 +157,29 @@ void import_symbol(const tmf_symbol *source, file_numbers *files)
     tarn_add_symbol(record);
 }
 
+// Symbols come in the order of their hashes, and so from all over the memory: what the next ones need is fetched meanwhile.
+void prefetch_symbols(vector_of<tmf_symbol *> symbols, std::uint32_t index)
+{
+    constexpr std::uint32_t RECORD_AHEAD = 12;
+    constexpr std::uint32_t NAME_AHEAD = 8;
+    constexpr std::uint32_t TABLE_AHEAD = 4;
+    if (index + RECORD_AHEAD < symbols.count()) {
+        __builtin_prefetch(symbols.get(index + RECORD_AHEAD));
+        __builtin_prefetch(symbols.get(index + NAME_AHEAD)->tmfsy_name);
+        tarn_prefetch_symbol(symbols.get(index + TABLE_AHEAD)->tmfsy_name);
+    }
+}
+
 void import_symbols()
 {
     file_numbers files;
+    psects_by_name psects;
     vector_of<tmf_symbol *> symbols = tmf_symbols();
-    for (const tmf_symbol *source : each(symbols)) {
+    for (std::uint32_t i = 0; i < symbols.count(); ++i) {
+        prefetch_symbols(symbols, i);
+        const tmf_symbol *source = symbols.get(i);
         if (!is_known_bound(source->tmfsy_name)) {
-            import_symbol(source, &files);
+            import_symbol(source, &files, &psects);
         }
     }
     symbols.free();
@@ -238,37 +261,33 @@ void import_dabs()
 
 // --- lines and symbol databases -----------------------------------------------------------------------------------------
 
+// The psect of this name; null when there is none or when it lies in no code space.
+tarn_psect *code_psect(const char *name)
+{
+    tarn_psect *pp = tarn_find_psect(name);
+    return pp != nullptr && tarn_is_code_space(pp->ps_space) ? pp : nullptr;
+}
+
+bool is_assembly(const char *name)
+{
+    return fileid_is_asm_fid(fileid(name));
+}
+
 class line_import {
 public:
     void import_object(const char *object);
 
 private:
-    tarn_psect *code_psect(const char *name);
     void add_line(const tmf_line *source, tarn_psect *pp);
     void note_source_file(const char *name);
-    bool is_assembly(const char *name);
 
     sdb_node *module_ = nullptr;
-    std::uint32_t granule_ = 0;        // addresses of instructions are multiples of it; 0 while no machine was chosen
-    const char *last_file_ = nullptr;  // kept from object to object
-    const char *psect_name_ = nullptr; // the last psect looked up, and what was found
-    tarn_psect *psect_ = nullptr;
+    std::uint32_t granule_ = 0;       // addresses of instructions are multiples of it; 0 while no machine was chosen
+    const char *last_file_ = nullptr; // kept from object to object
     file_numbers files_;
-    std::unordered_map<const char *, bool> assembly_; // looked up only: its order does not show
+    found_by_name<tarn_psect *, code_psect> psects_;
+    found_by_name<bool, is_assembly> assembly_;
 };
-
-// The psect of this name; null when there is none or when it lies in no code space.
-tarn_psect *line_import::code_psect(const char *name)
-{
-    if (psect_name_ == nullptr || !str_same(name, psect_name_)) {
-        psect_name_ = name;
-        psect_ = tarn_find_psect(name);
-        if (psect_ != nullptr && !tarn_is_code_space(psect_->ps_space)) {
-            psect_ = nullptr;
-        }
-    }
-    return psect_;
-}
 
 void line_import::add_line(const tmf_line *source, tarn_psect *pp)
 {
@@ -282,17 +301,6 @@ void line_import::add_line(const tmf_line *source, tarn_psect *pp)
     tarn_add_line(record);
 }
 
-bool line_import::is_assembly(const char *name)
-{
-    const auto known = assembly_.find(name);
-    if (known != assembly_.end()) {
-        return known->second;
-    }
-    const bool result = fileid_is_asm_fid(fileid(name));
-    assembly_.emplace(name, result);
-    return result;
-}
-
 // Source files of a module without database are marked in it. An assembly source behind C lines gets a module of its own.
 void line_import::note_source_file(const char *name)
 {
@@ -302,7 +310,7 @@ void line_import::note_source_file(const char *name)
     last_file_ = name;
     sdb_node *node = module_;
     if (node == nullptr || node->sdb_sclass != sc_asmodule) {
-        node = is_assembly(name) ? sdb_read(name) : nullptr;
+        node = assembly_.of(name) ? sdb_read(name) : nullptr;
     }
     if (node != nullptr) {
         sdb_add_filename(node, name, 0);
@@ -316,7 +324,7 @@ void line_import::import_object(const char *object)
     module_ = sdb_read(object); // also when all its lines are dropped
     granule_ = machine != nullptr ? machine->mc_min_insn : 0;
     for (const tmf_line *source : each(lines)) {
-        tarn_psect *pp = code_psect(source->tmfln_psect);
+        tarn_psect *pp = psects_.of(source->tmfln_psect);
         if (pp == nullptr) {
             continue;
         }

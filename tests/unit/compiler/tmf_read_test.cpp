@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <random>
 #include <string>
 #include <string_view>
 
@@ -103,6 +104,12 @@ texts symbols()
     });
 }
 
+texts splits()
+{
+    return texts_of(tmf_splits(),
+                    [](const tmf_split *s) { return std::string(s->tmfsp_parent) + ">" + s->tmfsp_child; });
+}
+
 texts notes()
 {
     return texts_of(tmf_notes(), [](const tmf_note *note) {
@@ -167,9 +174,7 @@ void expect_whole_map()
     EXPECT_STREQ(tmf_find_symbol("STACK")->tmfsy_class, "-");
     EXPECT_STREQ(tmf_find_symbol("STACK")->tmfsy_file, "-");
     EXPECT_EQ(tmf_find_symbol("STACK")->tmfsy_space, 1U);
-    EXPECT_EQ(
-        texts_of(tmf_splits(), [](const tmf_split *s) { return std::string(s->tmfsp_parent) + ">" + s->tmfsp_child; }),
-        (texts{"text>text_split_1"}));
+    EXPECT_EQ(splits(), (texts{"text>text_split_1"}));
     EXPECT_EQ(texts_of(tmf_dabs(),
                        [](const tmf_dabs_record *d) {
                            return std::string(d->tmfda_name) + "|" + std::to_string(d->tmfda_space) + "|" +
@@ -304,18 +309,14 @@ TEST_F(TmfRead, LineNumbersCountEveryLine)
 TEST_F(TmfRead, TabIsPartOfAToken)
 {
     EXPECT_EQ(reports_on("%SPLITSTAB", "a\tb c\n"), texts{});
-    EXPECT_EQ(
-        texts_of(tmf_splits(), [](const tmf_split *s) { return std::string(s->tmfsp_parent) + ">" + s->tmfsp_child; }),
-        (texts{"a\tb>c"}));
+    EXPECT_EQ(splits(), (texts{"a\tb>c"}));
 }
 
 TEST_F(TmfRead, TextOfALineEndsAtANul)
 {
     using namespace std::string_literals;
     EXPECT_EQ(reports_on("%SPLITSTAB", "a b\0c d\n\0lost line\ne f\r\0\n"s), texts{});
-    EXPECT_EQ(
-        texts_of(tmf_splits(), [](const tmf_split *s) { return std::string(s->tmfsp_parent) + ">" + s->tmfsp_child; }),
-        (texts{"a>b", "e>f\r"}));
+    EXPECT_EQ(splits(), (texts{"a>b", "e>f\r"}));
 }
 
 TEST_F(TmfRead, LoneCarriageReturnAtTheEndOfTheFileStays)
@@ -339,6 +340,133 @@ TEST_F(TmfRead, LineOfBlanksHasNoTokens)
 {
     EXPECT_EQ(reports_on("%SPLITSTAB", "   \n"), (texts{"1: no token at index 1", "1: no token at index 0",
                                                         "1: parent of a psect split is NULL or an empty string"}));
+}
+
+namespace {
+
+// The characters that a search for blanks might take for one: their neighbours, and themselves with another top bit.
+constexpr std::string_view NO_BLANKS = "\xA0\x21\x1F\x60\t\x7F\x80\xFF\xA1\x9F\x01\xDF\x28\x22\xA8\x24";
+
+// The `number`th token of this length. All of them begin otherwise, with no character that has a meaning there.
+std::string token_of(std::size_t length, std::size_t number)
+{
+    std::string token(1, static_cast<char>('a' + number % 26));
+    for (std::size_t at = 1; at < length; ++at) {
+        token += NO_BLANKS[(at * 7 + number) % NO_BLANKS.size()];
+    }
+    return token;
+}
+
+constexpr std::size_t LENGTHS[] = {1, 2, 6, 7, 8, 9, 10, 14, 15, 16, 17, 18, 23, 24, 25, 31, 32, 33};
+
+} // namespace
+
+TEST_F(TmfRead, TokensOfAnyLength)
+{
+    std::string lines;
+    texts expected;
+    std::size_t number = 0;
+    for (const std::size_t first : LENGTHS) {
+        for (const std::size_t second : LENGTHS) {
+            const std::string parent = token_of(first, ++number);
+            const std::string child = token_of(second, ++number);
+            lines += parent + " " + child + "\n";
+            expected.push_back(parent + ">" + child);
+        }
+    }
+    EXPECT_EQ(reports_on("%SPLITSTAB", lines), texts{});
+    EXPECT_EQ(splits(), expected);
+}
+
+TEST_F(TmfRead, BlanksInFrontBetweenAndBehind)
+{
+    std::string lines;
+    texts expected;
+    std::size_t number = 0;
+    for (const std::size_t front : {0U, 1U, 7U, 8U, 9U, 17U}) {
+        for (const std::size_t between : {1U, 2U, 7U, 8U, 9U, 16U}) {
+            for (const std::size_t behind : {0U, 1U, 8U, 11U}) {
+                const std::string parent = token_of(1 + number % 18, number);
+                const std::string child = token_of(1 + number / 3 % 18, number + 5);
+                lines +=
+                    std::string(front, ' ') + parent + std::string(between, ' ') + child + std::string(behind, ' ');
+                lines += number % 2 == 0 ? "\n" : "\r\n";
+                expected.push_back(parent + ">" + child);
+                ++number;
+            }
+        }
+    }
+    EXPECT_EQ(reports_on("%SPLITSTAB", lines), texts{});
+    EXPECT_EQ(splits(), expected);
+}
+
+// Each of the other characters at each place of a token.
+TEST_F(TmfRead, OnlyTheBlankSeparates)
+{
+    std::string lines;
+    texts expected;
+    for (int c = 1; c <= 0xFF; ++c) {
+        if (c == ' ' || c == '\n') {
+            continue;
+        }
+        for (std::size_t at = 1; at <= 9; ++at) {
+            std::string token(10, 'x');
+            token[at] = static_cast<char>(c);
+            lines += token + " y\n";
+            expected.push_back(token + ">y");
+        }
+    }
+    EXPECT_EQ(reports_on("%SPLITSTAB", lines), texts{});
+    EXPECT_EQ(splits(), expected);
+}
+
+TEST_F(TmfRead, RandomTokensAndBlanks)
+{
+    std::mt19937 random(5);
+    std::string lines;
+    texts expected;
+    for (std::size_t number = 0; number < 5000; ++number) {
+        const std::string parent = token_of(1 + random() % 40, number);
+        const std::string child = token_of(1 + random() % 40, random());
+        lines += std::string(random() % 4 == 0 ? random() % 20 : 0, ' ') + parent;
+        lines += std::string(1 + (random() % 3 == 0 ? random() % 20 : 0), ' ') + child;
+        lines += std::string(random() % 4 == 0 ? random() % 20 : 0, ' ');
+        // Further tokens that nobody looks at.
+        for (std::size_t more = random() % 3 == 0 ? random() % 25 : 0; more > 0; --more) {
+            lines += " " + token_of(1 + random() % 12, more);
+        }
+        lines += "\n";
+        expected.push_back(parent + ">" + child);
+    }
+    EXPECT_EQ(reports_on("%SPLITSTAB", lines), texts{});
+    EXPECT_EQ(splits(), expected);
+}
+
+// The last line ends with the file, in the middle of a step or at its end.
+TEST_F(TmfRead, LastTokenEndsWithTheFile)
+{
+    for (const std::size_t length : LENGTHS) {
+        const std::string name(length, 'n');
+        EXPECT_EQ(lines_printed_by([&] { read_text(map_with("", "") + "$" + name + " 1\n0000000" + "FE"); }), texts{});
+        EXPECT_EQ(notes(), texts{name + ": FE"});
+        EXPECT_EQ(
+            lines_printed_by([&] { read_text(map_with("", "") + "$" + name + " 1\nFE" + std::string(length, ' ')); }),
+            texts{});
+        EXPECT_EQ(notes(), texts{name + ": FE"});
+    }
+}
+
+// As many tokens as a row may have, of all lengths that a number may be written in.
+TEST_F(TmfRead, NumbersWithZerosInFront)
+{
+    std::string row;
+    std::string expected = "n:";
+    for (std::uint32_t i = 0; i < 16; ++i) {
+        row += std::string(1 + i % 5 * 4, ' ') + std::string(i, '0') + hex(0xF0 + i);
+        expected += " " + hex(0xF0 + i);
+    }
+    EXPECT_EQ(reports_on("%NOTES", "$n 00000000000000016\n" + row + "\n"), texts{});
+    EXPECT_EQ(notes(), texts{expected});
 }
 
 // ---- Numbers

@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "compiler/tarnwick/model.h"
 
+#include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "common/stringcache.h"
+#include "compiler/tarnwick/format.h"
 #include "compiler/tarnwick/options.h"
+#include "tests/unit/scenario.h"
+#include "tests/unit/tarnwick/random_numbers.h"
 #include "tests/unit/tarnwick/trace_log.h"
 
 namespace {
@@ -111,6 +116,103 @@ TEST_F(Model, SymbolsInFAreNotFoundByValue)
     EXPECT_EQ(tarn_find_symbol_at(5), nullptr);
     const tarn_symbol *lower = add_symbol("fine", 5);
     EXPECT_EQ(tarn_find_symbol_at(5), lower);
+}
+
+namespace {
+
+// A symbol with a random name and one of `values` values, and the first of each value that is found by it.
+void add_random_symbol(random_numbers *random, std::uint32_t values,
+                       std::map<std::uint32_t, const tarn_symbol *> *firsts)
+{
+    static constexpr const char *FRONTS[] = {"F", "f", "_F", "", "FF"};
+    const std::string name = FRONTS[(*random)() % 5] + std::to_string((*random)() % 10000);
+    const std::uint32_t value = (*random)() % values;
+    const tarn_symbol *sp = add_symbol(name.c_str(), value, (*random)() % 3);
+    if (name[0] != 'F') {
+        firsts->emplace(value, sp);
+    }
+}
+
+void expect_by_value(std::uint32_t values, const std::map<std::uint32_t, const tarn_symbol *> &firsts)
+{
+    for (std::uint32_t value = 0; value < values; ++value) {
+        const auto first = firsts.find(value);
+        ASSERT_EQ(tarn_find_symbol_at(value), first != firsts.end() ? first->second : nullptr) << value;
+    }
+}
+
+} // namespace
+
+TEST_F(Model, SymbolsAreFoundByValueWheneverOneAsks)
+{
+    constexpr std::uint32_t VALUES = 900;
+    random_numbers random(41);
+    for (const std::uint32_t often : {1U, 7U, 500U, 100000U}) {
+        model_create();
+        std::map<std::uint32_t, const tarn_symbol *> firsts;
+        for (int i = 0; i < 3000; ++i) {
+            add_random_symbol(&random, VALUES, &firsts);
+            if (random() % often == 0) {
+                const std::uint32_t value = random() % VALUES;
+                const auto first = firsts.find(value);
+                ASSERT_EQ(tarn_find_symbol_at(value), first != firsts.end() ? first->second : nullptr) << value;
+            }
+        }
+        expect_by_value(VALUES, firsts);
+        EXPECT_EQ(symbols_by_value.count(), firsts.size());
+        add_random_symbol(&random, VALUES, &firsts);
+        add_random_symbol(&random, VALUES, &firsts);
+        expect_by_value(VALUES, firsts);
+    }
+}
+
+// The legacy file's writer sorts the list itself; an output that asks behind it must find whom it found before.
+TEST_F(Model, FirstOfAValueStaysBehindAnOutputThatSorts)
+{
+    expect_run(
+        [] {
+            model_create();
+            const std::uint32_t file = tarn_add_file("a.c");
+            add_symbol("first", 5, tarn_add_file("b.c"));
+            add_symbol("second", 5, file);
+            std::FILE *stream = std::tmpfile();
+            format_orbell.write(stream, "out.sym");
+            std::fclose(stream);
+            note("the list begins with %s, 5 is %s", symbol_list.get(0)->sy_name, tarn_find_symbol_at(5)->sy_name);
+        },
+        "the list begins with second, 5 is first\n");
+}
+
+TEST_F(Model, NewTablesKnowNoValuesOfOldSymbols)
+{
+    add_symbol("old", 5);
+    add_symbol("old_too", 6);
+    EXPECT_NE(tarn_find_symbol_at(5), nullptr);
+    model_create();
+    EXPECT_EQ(tarn_find_symbol_at(5), nullptr);
+    const tarn_symbol *sp = add_symbol("new", 6);
+    EXPECT_EQ(tarn_find_symbol_at(6), sp);
+    EXPECT_EQ(tarn_find_symbol_at(5), nullptr);
+}
+
+// The master list tells how full a table was and what it cost to fill, whether or not anyone asked it.
+TEST_F(Model, ListedTableOfValuesFillsAsSymbolsCome)
+{
+    hash_master_list(true);
+    model_create();
+    hash_master_list(false);
+    EXPECT_TRUE(hash_is_listed(symbols_by_value.raw()));
+    const tarn_symbol *first = add_symbol("a", 5);
+    EXPECT_EQ(symbols_by_value.count(), 1U);
+    add_symbol("b", 5);
+    add_symbol("F", 6);
+    EXPECT_EQ(symbols_by_value.count(), 1U);
+    const tarn_symbol *second = add_symbol("c", 6);
+    EXPECT_EQ(symbols_by_value.count(), 2U);
+    EXPECT_EQ(tarn_find_symbol_at(5), first);
+    EXPECT_EQ(tarn_find_symbol_at(6), second);
+    model_create();
+    EXPECT_FALSE(hash_is_listed(symbols_by_value.raw()));
 }
 
 TEST_F(Model, Lines)

@@ -307,7 +307,8 @@ TEST_F(raising, hashes_all_but_function_blocks)
     second->sdb_chain = unrelated;
     sdb_raise_all_files();
 
-    const sdb_node *module = raised("main.c");
+    sdb_node *module = raised("main.c");
+    EXPECT_EQ(sdb_scope_lookup("x", module, module->block.bl_count), second);
     sdb_node *const *hash = module->block.bl_hash;
     ASSERT_NE(hash, nullptr);
     EXPECT_EQ(hash[sdb_name_bucket("x")], first);

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "compiler/tarnwick/sdb.h"
 
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "common/alloc.h"
+#include "tests/unit/tarnwick/random_numbers.h"
 #include "tests/unit/tarnwick/sdb_testing.h"
 #include "tests/unit/tarnwick/trace_log.h"
 
@@ -78,12 +80,20 @@ TEST_F(tree, chains_are_in_order_of_insertion)
     sdb_node *second = add_named(block, sc_static, "_ab");
     sdb_node *other = add_named(block, sc_static, "b");
     sdb_node *third = add_named(block, sc_typedef, "ab");
+    EXPECT_EQ(block->block.bl_hash, nullptr) << "never searched";
+    EXPECT_EQ(lookup("ab", block), third);
     EXPECT_EQ(block->block.bl_hash[sdb_name_bucket("ab")], first);
     EXPECT_EQ(first->sdb_chain, second);
     EXPECT_EQ(second->sdb_chain, third);
     EXPECT_EQ(third->sdb_chain, nullptr);
     EXPECT_EQ(block->block.bl_hash[sdb_name_bucket("b")], other);
     EXPECT_EQ(other->sdb_chain, nullptr);
+
+    sdb_node *late = add_named(block, sc_static, "b");
+    add(block, sc_static, "b"); // a member only
+    EXPECT_EQ(other->sdb_chain, late);
+    EXPECT_EQ(late->sdb_chain, nullptr);
+    EXPECT_EQ(lookup("b", block), late);
 }
 
 TEST_F(tree, a_node_moves_to_another_hash_without_its_chain)
@@ -91,10 +101,58 @@ TEST_F(tree, a_node_moves_to_another_hash_without_its_chain)
     sdb_node *from = sdb_new_node(sc_module, nullptr);
     sdb_node *to = sdb_new_node(sc_module, nullptr);
     sdb_node *first = add_named(from, sc_static, "x");
-    add_named(from, sc_static, "_x");
+    sdb_node *second = add_named(from, sc_static, "_x");
+    EXPECT_EQ(lookup("x", from), second);
+    EXPECT_EQ(first->sdb_chain, second);
+    EXPECT_EQ(lookup("x", to), nullptr);
     sdb_add_to_hash(to, first);
     EXPECT_EQ(to->block.bl_hash[sdb_name_bucket("x")], first);
     EXPECT_EQ(first->sdb_chain, nullptr);
+}
+
+// A block gets its buckets when it is first searched: none of its look-ups may show when that was.
+TEST_F(tree, buckets_made_late_are_those_made_early)
+{
+    static constexpr const char *NAMES[] = {"x", "_x", "__x", "y", "_y", "ab", "_ab", "n", "", "_"};
+    random_numbers random(17);
+    for (int round = 0; round < 60; ++round) {
+        sdb_node *early = sdb_new_node(sc_module, nullptr);
+        sdb_node *late = sdb_new_node(sc_module, nullptr);
+        EXPECT_EQ(lookup("x", early), nullptr);
+        const std::uint32_t count = random() % 40;
+        const std::uint32_t searched = random() % 40; // so many members come before the first search
+        for (std::uint32_t i = 0; i < count; ++i) {
+            if (i == searched) {
+                lookup("x", late);
+            }
+            const char *name = NAMES[random() % std::size(NAMES)];
+            if (random() % 4 == 0) {
+                add(early, sc_static, name); // a member only
+                add(late, sc_static, name);
+            } else {
+                const sclass cls = random() % 2 == 0 ? sc_static : sc_typedef;
+                add_named(early, cls, name);
+                add_named(late, cls, name);
+            }
+        }
+        for (const char *name : NAMES) {
+            const sdb_node *found = lookup(name, late);
+            const sdb_node *expected = lookup(name, early);
+            ASSERT_EQ(found == nullptr, expected == nullptr) << name;
+            if (found != nullptr) {
+                EXPECT_EQ(found->sdb_index, expected->sdb_index) << name;
+            }
+        }
+        for (std::uint32_t bucket = 0; bucket < SDB_HASH_SIZE; ++bucket) {
+            const sdb_node *node = late->block.bl_hash[bucket];
+            for (const sdb_node *other = early->block.bl_hash[bucket]; other != nullptr; other = other->sdb_chain) {
+                ASSERT_NE(node, nullptr);
+                EXPECT_EQ(node->sdb_index, other->sdb_index);
+                node = node->sdb_chain;
+            }
+            EXPECT_EQ(node, nullptr);
+        }
+    }
 }
 
 TEST_F(tree, find_takes_the_first_in_depth_first_order)
@@ -157,6 +215,39 @@ TEST_F(tree, the_index_gives_what_the_walk_gives_while_the_tree_grows)
         }
     }
     EXPECT_EQ(sdb_find_indexed(nullptr), nullptr);
+}
+
+TEST_F(tree, many_names_are_found_as_each_alone)
+{
+    random_numbers random(19);
+    std::vector<std::string> names;
+    for (int i = 0; i < 90; ++i) {
+        names.push_back(std::string("n").append(std::to_string(i)));
+    }
+    EXPECT_TRUE(sdb_find_all({}).empty());
+    sdb_node *block = add(sdb_global, sc_module, "m");
+    for (const std::size_t count : {1U, 2U, 31U, 32U, 33U, 64U, 65U, 200U}) {
+        // Two names in three are there, some of them twice.
+        for (int i = 0; i < 15; ++i) {
+            add_named(block, sc_static, names[random() % 60].c_str());
+        }
+        block = add(block, sc_block, random() % 2 == 0 ? "n3" : nullptr);
+        std::vector<std::string> copies;
+        for (std::size_t i = 0; i < count; ++i) {
+            copies.push_back(random() % 20 == 0 ? "" : names[random() % names.size()]);
+        }
+        std::vector<const char *> wanted;
+        for (const std::string &name : copies) {
+            wanted.push_back(name.c_str());
+        }
+        const std::vector<sdb_node *> found = sdb_find_all(wanted);
+        ASSERT_EQ(found.size(), count);
+        for (std::size_t i = 0; i < count; ++i) {
+            EXPECT_EQ(found[i], sdb_find(wanted[i])) << wanted[i];
+        }
+    }
+    sdb_reset();
+    EXPECT_EQ(sdb_find_all({"n1", "m"}), std::vector<sdb_node *>(2)) << "without a tree";
 }
 
 TEST_F(tree, the_index_is_told_of_other_changes)
