@@ -3,38 +3,15 @@
 // takes one table look-up a character.
 #include "common/convert.h"
 
-#include <array>
 #include <limits>
 
 #include "common/ascii.h"
 
 namespace {
 
-constexpr std::uint8_t NO_DIGIT = 0xFF;
 constexpr std::uint32_t U32_MAX = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint32_t I32_MAX = 0x7FFFFFFF;
 constexpr std::uint32_t I32_MIN_MAGNITUDE = 0x80000000;
-
-// The value of each character as a digit of base 36.
-constexpr std::array<std::uint8_t, 256> make_digit_values()
-{
-    std::array<std::uint8_t, 256> values{};
-    values.fill(NO_DIGIT);
-    for (std::uint8_t i = 0; i < 10; ++i) {
-        values[static_cast<std::size_t>('0') + i] = i;
-    }
-    for (std::uint8_t i = 0; i < 26; ++i) {
-        values[static_cast<std::size_t>('a') + i] = static_cast<std::uint8_t>(10 + i);
-        values[static_cast<std::size_t>('A') + i] = static_cast<std::uint8_t>(10 + i);
-    }
-    return values;
-}
-constexpr std::array<std::uint8_t, 256> DIGIT_VALUES = make_digit_values();
-
-std::uint8_t digit_value(char c)
-{
-    return DIGIT_VALUES[static_cast<unsigned char>(c)];
-}
 
 // What stands in a text, before the target type is known.
 struct parsed_number {

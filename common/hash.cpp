@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "common/alloc.h"
+#include "common/ascii.h"
 #include "common/key_index.h"
 #include "common/stringcache.h"
 #include "common/texthash.h"
@@ -66,20 +67,6 @@ void give_back(hash_entry *entry)
     free_entries = entry;
 }
 
-// Where a key belongs.
-struct place {
-    std::uint32_t bucket;
-    std::uint32_t hash; // equal for equal keys of one bucket
-};
-
-place place_of(const hash_table *table, word key)
-{
-    const std::uint32_t hash = table->hash != nullptr ? table->hash(key) : static_cast<std::uint32_t>(key);
-    const std::uint32_t bucket = hash % table->size;
-    // Adding the bucket keeps spellings of one word apart that the case-sensitive hash puts into different buckets.
-    return {bucket, table->keys == key_kind::TEXT_CASE_BLIND ? hash_key_nocase(key) + bucket : hash};
-}
-
 key_kind kind_of_keys(hash_function hash, key_compare compare)
 {
     if (compare == compare_key_nocase) {
@@ -95,30 +82,50 @@ bool is_key(const hash_table *table, const hash_entry *entry, word key)
     return entry->key == key || (table->compare != nullptr && table->compare(key, entry->key) == 0);
 }
 
-// Equal for equal keys. Texts have a better one than that which orders them: names whose specified hashes are all equal
-// are easily made.
-std::uint32_t index_hash(const hash_table *table, word key)
+// Equal for equal keys. Better than the hash that orders them: names whose specified hashes are all equal are easily made.
+std::uint32_t text_hash(const hash_table *table, word key)
 {
-    switch (table->keys) {
-    case key_kind::TEXT:
-        return hash_text(from_word<const char *>(key));
-    case key_kind::TEXT_NOCASE:
-        return hash_text(in_lower_case(from_word<const char *>(key)));
-    case key_kind::TEXT_CASE_BLIND: // as above, but spellings in different buckets stay apart
-        return hash_text(in_lower_case(from_word<const char *>(key))) + place_of(table, key).bucket;
-    default:
-        return place_of(table, key).hash;
+    const char *text = from_word<const char *>(key);
+    return table->keys == key_kind::TEXT ? hash_text(text) : hash_text(in_lower_case(text));
+}
+
+// Where a key belongs.
+struct place {
+    std::uint32_t bucket;
+    std::uint32_t hash; // equal for equal keys of one bucket; of the index once there is one
+};
+
+place place_of(const hash_table *table, word key)
+{
+    const std::uint32_t hash = table->hash != nullptr ? table->hash(key) : static_cast<std::uint32_t>(key);
+    const std::uint32_t bucket = hash % table->size;
+    if (table->keys == key_kind::TEXT_CASE_BLIND) {
+        // Adding the bucket keeps spellings of one word apart that the case-sensitive hash puts into different buckets.
+        return {bucket, text_hash(table, key) + bucket};
     }
+    const bool by_text = table->index != nullptr && table->keys != key_kind::ANY;
+    return {bucket, by_text ? text_hash(table, key) : hash};
+}
+
+// The hash of `place_of`, without the way over the bucket where that is possible.
+std::uint32_t search_hash(const hash_table *table, word key)
+{
+    const bool by_text =
+        table->index != nullptr && (table->keys == key_kind::TEXT || table->keys == key_kind::TEXT_NOCASE);
+    return by_text ? text_hash(table, key) : place_of(table, key).hash;
+}
+
+hash_entry *find_in_index(const hash_table *table, word key, std::uint32_t hash)
+{
+    return table->index->entries.find(hash, [=](const hash_entry *entry) { return is_key(table, entry, key); });
 }
 
 // The entry with an equal key, or null.
-hash_entry *find_entry(const hash_table *table, word key)
+hash_entry *find_entry(const hash_table *table, word key, place there)
 {
     if (table->index != nullptr) {
-        return table->index->entries.find(index_hash(table, key),
-                                          [=](const hash_entry *entry) { return is_key(table, entry, key); });
+        return find_in_index(table, key, there.hash);
     }
-    const place there = place_of(table, key);
     hash_entry *entry = table->buckets[there.bucket];
     while (entry != nullptr && (entry->hash != there.hash || !is_key(table, entry, key))) {
         entry = entry->next;
@@ -126,9 +133,14 @@ hash_entry *find_entry(const hash_table *table, word key)
     return entry;
 }
 
+hash_entry *find_entry(const hash_table *table, word key)
+{
+    return table->index != nullptr ? find_in_index(table, key, search_hash(table, key))
+                                   : find_entry(table, key, place_of(table, key));
+}
+
 void index_add(const hash_table *table, hash_entry *entry, std::uint32_t bucket)
 {
-    entry->hash = index_hash(table, entry->key);
     table->index->entries.add(entry->hash, entry);
     table->index->bucket_tails[bucket] = entry;
 }
@@ -158,6 +170,7 @@ void index_build(hash_table *table)
     table->index->bucket_tails = static_cast<hash_entry **>(xalloc(std::size_t{table->size} * sizeof(hash_entry *)));
     for (std::uint32_t bucket = 0; bucket < table->size; ++bucket) {
         for (hash_entry *entry = table->buckets[bucket]; entry != nullptr; entry = entry->next) {
+            entry->hash = search_hash(table, entry->key);
             index_add(table, entry, bucket);
         }
     }
@@ -273,10 +286,10 @@ void hash_clear(hash_table *table)
 int hash_insert(hash_table *table, word key, word value, birth_place where)
 {
     check_alive(table);
-    if (find_entry(table, key) != nullptr) {
+    const place there = place_of(table, key);
+    if (find_entry(table, key, there) != nullptr) {
         return 0;
     }
-    const place there = place_of(table, key);
     hash_entry *entry = take_entry();
     entry->value = value;
     entry->key = key;
@@ -292,15 +305,15 @@ int hash_insert(hash_table *table, word key, word value, birth_place where)
 word hash_delete(hash_table *table, word key)
 {
     check_alive(table);
-    hash_entry *entry = find_entry(table, key);
+    const place there = place_of(table, key);
+    hash_entry *entry = find_entry(table, key, there);
     if (entry == nullptr) {
         return 0;
     }
-    const std::uint32_t bucket = place_of(table, key).bucket;
     if (table->index != nullptr) {
-        index_remove(table, entry, bucket);
+        index_remove(table, entry, there.bucket);
     }
-    hash_entry *&head = table->buckets[bucket];
+    hash_entry *&head = table->buckets[there.bucket];
     (entry->previous == nullptr ? head : entry->previous->next) = entry->next;
     if (entry->next != nullptr) {
         entry->next->previous = entry->previous;
@@ -328,7 +341,7 @@ bool hash_contains(const hash_table *table, word key)
 void hash_prefetch(const hash_table *table, word key)
 {
     if (table->index != nullptr) {
-        table->index->entries.prefetch(index_hash(table, key));
+        table->index->entries.prefetch(search_hash(table, key));
     }
 }
 
@@ -377,8 +390,7 @@ std::uint32_t hash_string_nocase(const char *text)
 {
     std::uint32_t hash = HASH_SEED;
     for (; *text != '\0'; ++text) {
-        const int lower = *text >= 'A' && *text <= 'Z' ? *text - 'A' + 'a' : static_cast<signed char>(*text);
-        hash = hash * HASH_FACTOR + static_cast<std::uint32_t>(lower);
+        hash = hash * HASH_FACTOR + static_cast<std::uint32_t>(static_cast<signed char>(to_lower(*text)));
     }
     return hash;
 }

@@ -24,7 +24,7 @@ struct hash_entry {
     word key = 0;
     hash_entry *next = nullptr;
     hash_entry *previous = nullptr;
-    std::uint32_t hash = 0; // full hash that equal keys share, compared before the keys are; the index has its own
+    std::uint32_t hash = 0; // that equal keys share, compared before the keys are; the index has its own
 };
 
 struct hash_index;  // finds entries of a table with long chains

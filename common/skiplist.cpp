@@ -248,16 +248,16 @@ std::uint32_t index_hash(word key)
     return hash_text(from_word<const char *>(key));
 }
 
-skip_node *find_in_index(const skiplist_index *index, word key)
+skip_node *find_in_index(const skiplist_index *index, word key, std::uint32_t hash)
 {
-    return index->by_text.find(index_hash(key), [key](const skip_node *node) {
+    return index->by_text.find(hash, [key](const skip_node *node) {
         return node->key == key || compare_key_string(node->key, key) == 0;
     });
 }
 
-void add_to_index(skiplist_index *index, skip_node *node)
+void add_to_index(skiplist_index *index, skip_node *node, std::uint32_t hash)
 {
-    index->by_text.add(index_hash(node->key), node);
+    index->by_text.add(hash, node);
     index->nodes.push_back({node->hash, node});
     index->in_order = false;
 }
@@ -272,7 +272,7 @@ bool wants_index(const skiplist *list)
 void start_index(skiplist *list)
 {
     auto *index = new skiplist_index;
-    visit_nodes(list, [index](skip_node *node) { add_to_index(index, node); });
+    visit_nodes(list, [index](skip_node *node) { add_to_index(index, node, index_hash(node->key)); });
     list->index = index;
 }
 
@@ -469,7 +469,10 @@ int skiplist_insert(skiplist *list, word key, word value, birth_place where)
         start_index(list);
     }
     const std::uint32_t hash = list->hash(key);
-    if ((list->index != nullptr ? find_in_index(list->index, key) : search_for_update(list, key, hash)) != nullptr) {
+    const std::uint32_t place = list->index != nullptr ? index_hash(key) : 0;
+    const skip_node *there =
+        list->index != nullptr ? find_in_index(list->index, key, place) : search_for_update(list, key, hash);
+    if (there != nullptr) {
         return 0;
     }
     const std::uint32_t order = choose_order(list->head->order);
@@ -486,7 +489,7 @@ int skiplist_insert(skiplist *list, word key, word value, birth_place where)
     node->hash = list->debug != nullptr ? list->hash(key) : hash;
     ++list->count;
     if (list->index != nullptr) {
-        add_to_index(list->index, node);
+        add_to_index(list->index, node, place);
         return 1;
     }
     if (list->debug != nullptr) {
@@ -523,7 +526,7 @@ word skiplist_get(const skiplist *list, word key)
 {
     check_list(list);
     const skip_node *node =
-        list->index != nullptr ? find_in_index(list->index, key) : search(list, key, list->hash(key), nullptr);
+        list->index != nullptr ? find_in_index(list->index, key, index_hash(key)) : search(list, key, list->hash(key), nullptr);
     return node != nullptr ? node->value : 0;
 }
 

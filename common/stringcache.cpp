@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "common/alloc.h"
+#include "common/ascii.h"
 #include "common/key_index.h"
 #include "common/osdep.h"
 #include "common/texthash.h"
@@ -88,16 +89,6 @@ const char *cache_joined(std::string_view first, std::string_view second, std::s
     return str_cache(std::string_view(buffer, length));
 }
 
-constexpr char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-constexpr char upper(char c)
-{
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
 // The text with each character changed.
 template <typename Change>
 const char *cache_changed(std::string_view text, Change change)
@@ -128,8 +119,8 @@ std::string_view without_point(const char *extension)
 
 int compare_lowered(unsigned char left, unsigned char right)
 {
-    return static_cast<unsigned char>(lower(static_cast<char>(left))) -
-           static_cast<unsigned char>(lower(static_cast<char>(right)));
+    return static_cast<unsigned char>(to_lower(static_cast<char>(left))) -
+           static_cast<unsigned char>(to_lower(static_cast<char>(right)));
 }
 
 [[noreturn]] void fail_format()
@@ -209,12 +200,12 @@ const char *str_substr(const char *text, std::uint32_t length)
 
 const char *str_lower(const char *text)
 {
-    return text != nullptr ? cache_changed(text, lower) : nullptr;
+    return text != nullptr ? cache_changed(text, to_lower) : nullptr;
 }
 
 const char *str_upper(const char *text)
 {
-    return text != nullptr ? cache_changed(text, upper) : nullptr;
+    return text != nullptr ? cache_changed(text, to_upper) : nullptr;
 }
 
 vector_of<const char *> str_split(const char *text, const char *delimiters, birth_place where)

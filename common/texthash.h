@@ -7,12 +7,14 @@
 #include <string>
 #include <string_view>
 
+#include "common/ascii.h"
+
 // A text without regard to the case of ASCII letters is hashed in lower case.
 inline std::string in_lower_case(std::string_view text)
 {
     std::string lowered(text);
     for (char &c : lowered) {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        c = to_lower(c);
     }
     return lowered;
 }

@@ -12,6 +12,7 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
+#include "common/ascii.h"
 #include "common/convert.h"
 #include "common/stringcache.h"
 
@@ -176,21 +177,6 @@ constexpr std::uint32_t BASE_OCTAL = 8;
 constexpr std::uint32_t BASE_DECIMAL = 10;
 constexpr std::uint32_t BASE_HEX = 16;
 
-// The value of a hexadecimal digit, BASE_HEX for any other character.
-constexpr std::uint32_t digit_value(char c)
-{
-    if (c >= '0' && c <= '9') {
-        return static_cast<std::uint32_t>(c - '0');
-    }
-    if (c >= 'a' && c <= 'f') {
-        return static_cast<std::uint32_t>(c - 'a') + BASE_DECIMAL;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return static_cast<std::uint32_t>(c - 'A') + BASE_DECIMAL;
-    }
-    return BASE_HEX;
-}
-
 bool is_one_of(char c, std::string_view characters)
 {
     return characters.find(c) != std::string_view::npos;
@@ -223,7 +209,7 @@ bool parse_number(const char **text, std::uint32_t *value)
         begin += 2;
     }
     const char *after = begin;
-    while (digit_value(*after) != BASE_HEX) {
+    while (digit_value(*after) < BASE_HEX) {
         after++;
     }
     std::string_view run(begin, static_cast<std::size_t>(after - begin));

@@ -231,7 +231,7 @@ void add_symbol(elf_out *elf, std::uint16_t section, const tarn_symbol *symbol, 
 }
 
 // Symbols whose nodes are looked for together.
-constexpr std::size_t SYMBOL_BATCH = 256;
+constexpr std::size_t SYMBOL_BATCH = 128;
 
 void add_symbols(elf_out *elf, std::uint16_t section, std::span<tarn_symbol *const> symbols)
 {

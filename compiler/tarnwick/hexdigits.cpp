@@ -6,24 +6,12 @@
 #include <bit>
 #include <cstring>
 
+#include "common/ascii.h"
+
 namespace {
 
-constexpr std::uint8_t NO_DIGIT = 0xFF;
+constexpr std::uint32_t BASE_HEX = 16;
 constexpr std::uint32_t BYTE_MASK = 0xFF;
-
-constexpr std::array<std::uint8_t, 256> digit_values = []() {
-    std::array<std::uint8_t, 256> values{};
-    values.fill(NO_DIGIT);
-    constexpr std::string_view DIGITS = "0123456789ABCDEF";
-    for (std::size_t i = 0; i < DIGITS.size(); ++i) {
-        const char digit = DIGITS[i];
-        values[static_cast<std::uint8_t>(digit)] = static_cast<std::uint8_t>(i);
-        if (digit >= 'A') {
-            values[static_cast<std::uint8_t>(digit - 'A' + 'a')] = static_cast<std::uint8_t>(i);
-        }
-    }
-    return values;
-}();
 
 } // namespace
 
@@ -36,9 +24,8 @@ constinit const std::array<std::uint16_t, HEX_PAIRS> hex_pair_values = []() {
     for (const char high : DIGITS) {
         for (const char low : DIGITS) {
             const std::array<char, 2> pair = {high, low};
-            const std::uint32_t high_value = digit_values[static_cast<std::uint8_t>(high)];
-            const std::uint32_t low_value = digit_values[static_cast<std::uint8_t>(low)];
-            values[std::bit_cast<std::uint16_t>(pair)] = static_cast<std::uint16_t>(high_value << 4 | low_value);
+            values[std::bit_cast<std::uint16_t>(pair)] =
+                static_cast<std::uint16_t>(digit_value(high) * BASE_HEX + digit_value(low));
         }
     }
     return values;
@@ -46,7 +33,7 @@ constinit const std::array<std::uint16_t, HEX_PAIRS> hex_pair_values = []() {
 
 bool is_hex_digit(char c)
 {
-    return digit_values[static_cast<std::uint8_t>(c)] != NO_DIGIT;
+    return digit_value(c) < BASE_HEX;
 }
 
 std::uint32_t hex_bytes(std::string_view line, std::size_t position, std::uint32_t count, std::uint8_t *out)

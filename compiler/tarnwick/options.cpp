@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "common/alert.h"
+#include "common/ascii.h"
 #include "common/stringcache.h"
 #include "compiler/tarnwick/option_table.h"
 #include "compiler/tarnwick/usage.h"
@@ -34,11 +35,6 @@ const char *command_file = nullptr;
 namespace {
 
 constexpr char FIRST_INPUTS[] = ".hex"; // images are read first
-
-char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 [[noreturn]] void refuse(std::string_view shown)
 {
@@ -86,7 +82,7 @@ void take_long_option(const char *argument, argument_cursor *rest)
 void take_letter_option(const char *argument, argument_cursor *rest)
 {
     for (const option_row &row : option_table) {
-        if (row.match == option_match::LETTER && row.name[0] == lower(argument[1])) {
+        if (row.match == option_match::LETTER && row.name[0] == to_lower(argument[1])) {
             row.handler({argument, argument + 2, rest});
             return;
         }

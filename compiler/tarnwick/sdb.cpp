@@ -3,10 +3,8 @@
 #include "compiler/tarnwick/sdb.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstring>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -98,35 +96,6 @@ sdb_node *find_named(const char *name, std::uint32_t hash)
 {
     return name_index.find(hash,
                            [name](const sdb_node *node) { return node->sdb_name == name || has_name(node, name); });
-}
-
-// Searches that overlap.
-constexpr std::size_t SEARCH_BATCH = 32;
-
-// Finds at most SEARCH_BATCH names. Each step fetches from memory what the next one looks at.
-void find_batch(std::span<const char *const> names, std::vector<sdb_node *> *found)
-{
-    std::array<std::uint32_t, SEARCH_BATCH> hashes;
-    std::array<const sdb_node *, SEARCH_BATCH> candidates;
-    for (const char *name : names) {
-        __builtin_prefetch(name);
-    }
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        hashes[i] = hash_text(names[i]);
-        name_index.prefetch(hashes[i]);
-    }
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        candidates[i] = name_index.find(hashes[i], [](const sdb_node *) { return true; });
-        __builtin_prefetch(candidates[i]);
-    }
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (candidates[i] != nullptr) {
-            __builtin_prefetch(candidates[i]->sdb_name);
-        }
-    }
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        found->push_back(find_named(names[i], hashes[i]));
-    }
 }
 
 void build_name_index()
@@ -295,26 +264,32 @@ sdb_node *sdb_find(const char *name)
     return nullptr;
 }
 
-sdb_node *sdb_find_indexed(const char *name)
-{
-    if (name == nullptr) {
-        return nullptr;
-    }
-    if (index_version != tree_version) {
-        build_name_index();
-    }
-    return find_named(name, hash_text(name));
-}
-
+// Each step fetches from memory what the next one looks at.
 std::vector<sdb_node *> sdb_find_all(const std::vector<const char *> &names)
 {
     if (index_version != tree_version) {
         build_name_index();
     }
-    std::vector<sdb_node *> found;
-    found.reserve(names.size());
-    for (std::size_t start = 0; start < names.size(); start += SEARCH_BATCH) {
-        find_batch(std::span(names).subspan(start, std::min(SEARCH_BATCH, names.size() - start)), &found);
+    std::vector<std::uint32_t> hashes(names.size());
+    std::vector<sdb_node *> found(names.size());
+    for (const char *name : names) {
+        __builtin_prefetch(name);
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        hashes[i] = hash_text(names[i]);
+        name_index.prefetch(hashes[i]);
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        found[i] = name_index.find(hashes[i], [](const sdb_node *) { return true; }); // mostly the one
+        __builtin_prefetch(found[i]);
+    }
+    for (const sdb_node *candidate : found) {
+        if (candidate != nullptr) {
+            __builtin_prefetch(candidate->sdb_name);
+        }
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        found[i] = find_named(names[i], hashes[i]);
     }
     return found;
 }

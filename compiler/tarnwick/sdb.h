@@ -166,10 +166,8 @@ sdb_node *sdb_add_filename(sdb_node *block, const char *name, std::uint32_t line
 
 // The first node of this name in a depth-first walk of the tree in member order; null when there is none.
 sdb_node *sdb_find(const char *name);
-// `sdb_find` for callers with many names once the tree is complete: the same answer from an index, made anew when the
-// tree has grown.
-sdb_node *sdb_find_indexed(const char *name);
-// The same for each of many names, none null. Their searches overlap, so that they wait less for the memory.
+// `sdb_find` for each of some hundred names, none null, once the tree is complete: the same answers from an index, made
+// anew when the tree has grown. The searches overlap, so that they wait less for the memory.
 std::vector<sdb_node *> sdb_find_all(const std::vector<const char *> &names);
 // A name as code at a place in the tree sees it.
 sdb_node *sdb_scope_lookup(const char *name, sdb_node *block, std::uint32_t count);

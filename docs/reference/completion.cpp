@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/ascii.h"
 #include "common/catalogue_rows.h"
 #include "compiler/tarnwick/format.h"
 #include "compiler/tarnwick/option_table.h"
@@ -243,7 +244,7 @@ void print_bash_cases()
         }
         std::string pattern = bare_option(row);
         for (char &c : pattern) {
-            c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; // options don't mind their case
+            c = to_lower(c); // options don't mind their case
         }
         const char *offer = row.argument == option_argument::MESSAGES ? "_tarnwick_offer_piece" : "_tarnwick_offer";
         const std::string what = row.argument == option_argument::PATH ? "-f" : joined({"-W ", quoted(words)});

@@ -332,12 +332,12 @@ TEST_F(raising, look_ups_see_the_new_tree)
     sdb_node *old = add_module("main.obj");
     mark(old, "main.c");
     sdb_node *x = add(old, sc_static, "x", 1);
-    EXPECT_EQ(sdb_find_indexed("main.obj"), old);
+    EXPECT_EQ(found_by_index("main.obj"), old);
     sdb_raise_all_files();
-    EXPECT_EQ(sdb_find_indexed("main.obj"), nullptr);
+    EXPECT_EQ(found_by_index("main.obj"), nullptr);
     EXPECT_EQ(sdb_find("main.obj"), nullptr);
-    EXPECT_EQ(sdb_find_indexed("main.c"), raised("main.c"));
-    EXPECT_EQ(sdb_find_indexed("x"), x);
+    EXPECT_EQ(found_by_index("main.c"), raised("main.c"));
+    EXPECT_EQ(found_by_index("x"), x);
     EXPECT_EQ(sdb_scope_lookup("x", raised("main.c"), 0), x);
 }
 

@@ -177,7 +177,7 @@ TEST_F(tree, find_without_a_tree)
 {
     sdb_reset();
     EXPECT_EQ(sdb_find("x"), nullptr);
-    EXPECT_EQ(sdb_find_indexed("x"), nullptr);
+    EXPECT_EQ(found_by_index("x"), nullptr);
 }
 
 TEST_F(tree, find_reaches_any_depth)
@@ -188,7 +188,7 @@ TEST_F(tree, find_reaches_any_depth)
     }
     sdb_node *deep = add_named(block, sc_auto, "deep");
     EXPECT_EQ(sdb_find("deep"), deep);
-    EXPECT_EQ(sdb_find_indexed("deep"), deep);
+    EXPECT_EQ(found_by_index("deep"), deep);
 }
 
 TEST_F(tree, the_index_gives_what_the_walk_gives_while_the_tree_grows)
@@ -210,11 +210,10 @@ TEST_F(tree, the_index_gives_what_the_walk_gives_while_the_tree_grows)
         }
         if (round % 7 == 0) {
             for (const std::string &wanted : names) {
-                ASSERT_EQ(sdb_find_indexed(wanted.c_str()), sdb_find(wanted.c_str())) << wanted;
+                ASSERT_EQ(found_by_index(wanted.c_str()), sdb_find(wanted.c_str())) << wanted;
             }
         }
     }
-    EXPECT_EQ(sdb_find_indexed(nullptr), nullptr);
 }
 
 TEST_F(tree, many_names_are_found_as_each_alone)
@@ -253,11 +252,11 @@ TEST_F(tree, many_names_are_found_as_each_alone)
 TEST_F(tree, the_index_is_told_of_other_changes)
 {
     sdb_node *node = add_named(sdb_global, sc_static, "before");
-    EXPECT_EQ(sdb_find_indexed("before"), node);
+    EXPECT_EQ(found_by_index("before"), node);
     node->sdb_name = "after";
     sdb_tree_changed();
-    EXPECT_EQ(sdb_find_indexed("before"), nullptr);
-    EXPECT_EQ(sdb_find_indexed("after"), node);
+    EXPECT_EQ(found_by_index("before"), nullptr);
+    EXPECT_EQ(found_by_index("after"), node);
 }
 
 TEST_F(tree, scope_lookup_climbs)

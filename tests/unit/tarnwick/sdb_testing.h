@@ -25,6 +25,12 @@ inline std::string errors_of(const std::function<void()> &function)
     return testing::internal::GetCapturedStderr();
 }
 
+// The node of one name, as those with many names get it.
+inline sdb_node *found_by_index(const char *name)
+{
+    return sdb_find_all({name}).front();
+}
+
 // A database in a folder of its own, read from text, with nothing read before it.
 class database : public testing::Test {
 public:
