@@ -23,20 +23,6 @@ constexpr std::size_t MAX_SIZE = std::numeric_limits<std::ptrdiff_t>::max();
 constexpr std::size_t RESERVE_SIZE = std::size_t{2} << 20;
 void *reserve = nullptr;
 
-[[noreturn]] void out_of_memory()
-{
-    static bool reported = false;
-    if (reported) {
-        std::fputs("out of memory\n", stderr); // the report itself, or the end of the run, found none
-    } else {
-        reported = true;
-        std::free(reserve);
-        alert(MESSAGE_OUT_OF_MEMORY);
-    }
-    // A catalogue may have lowered the message, but no caller can go on without its memory.
-    alert_exit(EXIT_FAILURE);
-}
-
 // From here on memory that grows has pages of its own, and from there on it is worth large ones. The address sanitizer does
 // not look into such pages for what they lead to.
 constexpr bool HAS_OWN_PAGES = !IS_SANITIZED;
@@ -109,6 +95,20 @@ char *arena_shared_block()
 
 char *arena_free = nullptr;
 char *arena_end = nullptr;
+
+void out_of_memory()
+{
+    static bool reported = false;
+    if (reported) {
+        std::fputs("out of memory\n", stderr); // the report itself, or the end of the run, found none
+    } else {
+        reported = true;
+        std::free(reserve);
+        alert(MESSAGE_OUT_OF_MEMORY);
+    }
+    // A catalogue may have lowered the message, but no caller can go on without its memory.
+    alert_exit(EXIT_FAILURE);
+}
 
 void *xalloc(std::size_t size)
 {

@@ -9,6 +9,9 @@
 
 #include "common/sanitized.h"
 
+// Raises fatal message 296: there is no memory, or something wants more than anything of its kind may have.
+[[noreturn]] void out_of_memory();
+
 // Zero-filled memory of `size` bytes, released with `free`. Raises fatal message 296 when there is none.
 void *xalloc(std::size_t size);
 

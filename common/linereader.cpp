@@ -4,11 +4,15 @@
 #include "common/linereader.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <optional>
 
 #include <sys/stat.h>
+
+#include "common/alert.h"
+#include "common/alloc.h"
 
 namespace {
 
@@ -16,6 +20,7 @@ constexpr std::size_t READ_PIECE = std::size_t{256} * 1024;
 // A file's size is believed up to here; what is truly there decides about more.
 constexpr std::size_t TRUSTED_SIZE = std::size_t{64} * 1024 * 1024;
 constexpr std::size_t SMALLEST_PIECE = 512;
+constexpr std::uint32_t MESSAGE_CANNOT_READ = 141;
 
 // What a regular file still holds, as far as its size is believed: 0 at its end, and where the host does not tell.
 std::optional<std::size_t> regular_rest(std::FILE *stream)
@@ -37,6 +42,28 @@ std::size_t first_piece(std::FILE *stream)
     return rest ? std::max(SMALLEST_PIECE, *rest + 1) : READ_PIECE;
 }
 
+// What kept the last reading of `stream` from going on; 0 when it was the end of the file.
+int failure_of(std::FILE *stream)
+{
+    return std::ferror(stream) != 0 ? errno : 0;
+}
+
+void report_failure(int failure, const char *path)
+{
+    if (failure != 0 && path != nullptr) {
+        errno = failure;
+        alert(MESSAGE_CANNOT_READ, "input", path);
+    }
+}
+
+void grow(std::vector<char> *buffer)
+{
+    if (buffer->size() >= LARGEST_HELD) {
+        out_of_memory();
+    }
+    buffer->resize(buffer->size() * 2);
+}
+
 } // namespace
 
 std::size_t size_of_rest(std::FILE *stream)
@@ -44,7 +71,10 @@ std::size_t size_of_rest(std::FILE *stream)
     return regular_rest(stream).value_or(0);
 }
 
-line_reader::line_reader(std::FILE *stream, std::size_t limit) : stream_(stream), limit_(limit) {}
+line_reader::line_reader(std::FILE *stream, std::size_t limit, const char *path)
+    : stream_(stream), limit_(limit), path_(path)
+{
+}
 
 bool line_reader::next(std::string_view *line)
 {
@@ -75,12 +105,18 @@ bool line_reader::next(std::string_view *line)
     }
 }
 
-// Reads more behind what is held; false at the end of the file.
+// Reads more behind what is held; false when there is no more.
 bool line_reader::fill()
 {
-    if (at_end_) {
-        return false;
+    if (!at_end_ && read_more()) {
+        return true;
     }
+    report_failure(failure_, path_);
+    return false;
+}
+
+bool line_reader::read_more()
+{
     if (buffer_.empty()) {
         buffer_.resize(std::min(first_piece(stream_), READ_PIECE));
     } else if (begin_ > 0) {
@@ -89,15 +125,16 @@ bool line_reader::fill()
         begin_ = 0;
     }
     if (end_ == buffer_.size()) {
-        buffer_.resize(buffer_.size() * 2);
+        grow(&buffer_);
     }
     const std::size_t count = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, stream_);
     at_end_ = count < buffer_.size() - end_;
+    failure_ = failure_of(stream_);
     end_ += count;
     return count > 0;
 }
 
-std::vector<char> read_rest(std::FILE *stream)
+std::vector<char> read_rest(std::FILE *stream, const char *path)
 {
     std::vector<char> content(first_piece(stream));
     std::size_t length = 0;
@@ -106,9 +143,10 @@ std::vector<char> read_rest(std::FILE *stream)
         const std::size_t count = std::fread(content.data() + length, 1, room, stream);
         length += count;
         if (count < room) {
+            report_failure(failure_of(stream), path);
             content.resize(length);
             return content;
         }
-        content.resize(content.size() * 2);
+        grow(&content);
     }
 }

@@ -292,6 +292,12 @@ bool is_regular_file(const char *path)
     return file_status(path, &status) && S_ISREG(status.st_mode);
 }
 
+bool file_is_device(std::FILE *stream)
+{
+    struct stat status = {};
+    return ::fstat(::fileno(stream), &status) == 0 && S_ISCHR(status.st_mode);
+}
+
 void prepare_streams()
 {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

@@ -26,6 +26,7 @@ char *working_directory();
 bool file_exists(const char *path); // false for null
 bool is_directory(const char *path);
 bool is_regular_file(const char *path);
+bool file_is_device(std::FILE *stream); // a character device, such as a terminal
 
 // To be called at start-up. A standard stream that came closed gets a descriptor on which its use fails, so that no file
 // takes its number. A pipe whose reader has gone, and a file at the host's limit of size, are failed writes from here on.

@@ -250,9 +250,8 @@ std::uint32_t index_hash(word key)
 
 skip_node *find_in_index(const skiplist_index *index, word key, std::uint32_t hash)
 {
-    return index->by_text.find(hash, [key](const skip_node *node) {
-        return node->key == key || compare_key_string(node->key, key) == 0;
-    });
+    return index->by_text.find(
+        hash, [key](const skip_node *node) { return node->key == key || compare_key_string(node->key, key) == 0; });
 }
 
 void add_to_index(skiplist_index *index, skip_node *node, std::uint32_t hash)
@@ -525,8 +524,8 @@ word skiplist_delete(skiplist *list, word key)
 word skiplist_get(const skiplist *list, word key)
 {
     check_list(list);
-    const skip_node *node =
-        list->index != nullptr ? find_in_index(list->index, key, index_hash(key)) : search(list, key, list->hash(key), nullptr);
+    const skip_node *node = list->index != nullptr ? find_in_index(list->index, key, index_hash(key))
+                                                   : search(list, key, list->hash(key), nullptr);
     return node != nullptr ? node->value : 0;
 }
 

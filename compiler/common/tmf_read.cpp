@@ -171,7 +171,7 @@ private:
 };
 
 struct map_reader {
-    explicit map_reader(std::FILE *stream) : lines(stream) {}
+    map_reader(std::FILE *stream, const char *path) : lines(stream, 0, path) {}
 
     line_reader lines;
     const char *object = nullptr; // of the psects or lines that follow
@@ -422,7 +422,7 @@ constexpr section SECTIONS[] = {
 // False when a section is missing. What stands behind the last one isn't read.
 bool read_sections(std::FILE *stream)
 {
-    map_reader reader(stream);
+    map_reader reader(stream, tmf_path);
     tmf_next_line(reader.lines); // the magic line, which `tmf_isTMF` has seen
     std::optional<std::string_view> line = tmf_next_line(reader.lines);
     for (const section &expected : SECTIONS) {

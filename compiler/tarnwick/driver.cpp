@@ -6,6 +6,7 @@
 #include "compiler/tarnwick/driver.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -73,6 +74,10 @@ argument_vector start_arguments(argument_vector given)
             return {};
         }
         given = read_arguments();
+        if (std::ferror(stdin) != 0) {
+            alert(141, "command", path);
+            return {};
+        }
     }
     return {given.count - 1, given.arguments + 1};
 }
@@ -148,6 +153,17 @@ bool input_can_start_again()
     return std::fseek(stdin, 0, SEEK_SET) == 0;
 }
 
+// False, with a report, for a device such as /dev/zero that starts again at will and still gives bytes without end.
+bool has_end(const char *path)
+{
+    if (!file_is_device(stdin) || !input_can_start_again() || std::getc(stdin) == EOF) {
+        return true;
+    }
+    errno = EFBIG;
+    alert(141, "input", path);
+    return false;
+}
+
 // The format of the open input, or null when no row takes it. Identification sees the bytes as they are.
 const format_descriptor *detect_format(const char *path)
 {
@@ -209,7 +225,7 @@ void read_input(const format_descriptor *format, const char *path)
 // False when the input was passed over.
 bool take_input(const char *path)
 {
-    if (!open_input(path, "rb")) {
+    if (!open_input(path, "rb") || !has_end(path)) {
         return false;
     }
     verbose_note("Checking '%s' file type ...", path);

@@ -120,7 +120,7 @@ bool ihex_read(std::FILE *stream, const char *path)
 {
     ihex_reader reader;
     tarn_expect_data(size_of_rest(stream) / DIGITS_PER_BYTE);
-    line_reader lines(stream, IMAGE_LINE_LIMIT);
+    line_reader lines(stream, IMAGE_LINE_LIMIT, path);
     std::string_view line;
     std::uint32_t line_number = 0;
     while (lines.next(&line)) {

@@ -83,10 +83,10 @@ bool s19_identify(std::FILE *stream)
     return line.size() % 2 == 0 && std::all_of(line.begin() + AT_TYPE, line.end(), is_hex_digit);
 }
 
-bool s19_read(std::FILE *stream, const char *)
+bool s19_read(std::FILE *stream, const char *path)
 {
     tarn_expect_data(size_of_rest(stream) / DIGITS_PER_BYTE);
-    line_reader lines(stream, IMAGE_LINE_LIMIT);
+    line_reader lines(stream, IMAGE_LINE_LIMIT, path);
     std::string_view line;
     while (lines.next(&line)) {
         if (line.front() != RECORD_MARK) {

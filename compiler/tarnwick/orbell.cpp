@@ -543,7 +543,7 @@ void symbol_file_reader::add_symbol(const field_list &fields, std::uint32_t segm
 bool orbell_read(std::FILE *stream, const char *path)
 {
     symbol_file_reader reader(path);
-    line_reader lines(stream, LINE_LIMIT);
+    line_reader lines(stream, LINE_LIMIT, path);
     std::string_view line;
     while (lines.next(&line) && cut_line_end(&line)) {
         reader.take_line(line);

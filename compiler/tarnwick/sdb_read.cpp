@@ -308,7 +308,7 @@ std::vector<char> read_file(const char *path)
     if (stream == nullptr) {
         return {};
     }
-    std::vector<char> content = read_rest(stream);
+    std::vector<char> content = read_rest(stream, path);
     std::fclose(stream);
     return content;
 }

@@ -237,6 +237,43 @@ class HostFaults(unittest.TestCase):
         self.assertNotEqual(Path("file.s19").read_bytes(), b"")
         self.assertEqual(Path("piped.s19").read_bytes(), Path("file.s19").read_bytes())
 
+    def test_input_is_a_device_without_end(self):
+        """Such a device starts again as often as it is asked to, and never ends."""
+        for arguments in ([], ["-iihex"], ["-itarnsym"], ["-d"]):
+            told = self.run_program([*OPTIONS, *arguments, "/dev/zero", "-os19", "o.s19"])
+            self.assertEqual(told, (1, '/dev/zero: (141) can\'t open input file "/dev/zero": File too large\n'))
+        status, told = self.run_program([*OPTIONS, os.devnull, "-os19", "o.s19"])
+        self.assertEqual(status, 1)
+        self.assertTrue(told.endswith("/dev/null: (605) did not recognize format of input file\n"), told)
+
+    def test_input_without_end(self):
+        """What is held of a file at once has a limit, whoever feeds it."""
+        os.mkfifo("pipe")
+        reader = f"$T {shlex.join(OPTIONS)} -itarnsym pipe -os19 o.s19"
+        status, _, told = self.run_in_shell(f"cat /dev/zero >pipe 2>/dev/null & {reader}")
+        self.assertEqual((status, told), (1, "pipe: 0: (296) out of memory\n"))
+        os.remove("m.sdb")
+        os.symlink("/dev/zero", "m.sdb")
+        status, told = self.run_program(ELF)
+        self.assertEqual(status, 1)
+        self.assertTrue(told.endswith("(296) out of memory\n"), told)
+
+    def test_input_that_cannot_be_read(self):
+        """A process's own memory is a file whose first page is none."""
+        memory = "/proc/self/mem"
+        failure = f'can\'t open %s file "{memory}": Input/output error\n'
+        for kind in ("ihex", "s19", "tarnsym", "orbell"):
+            status, told = self.run_program([*OPTIONS, "-i" + kind, memory, "-os19", "o.s19"])
+            self.assertEqual(status, 1, kind)
+            self.assertTrue(told.endswith("(141) " + failure % "input"), told)
+        self.assertEqual(self.run_program(["@" + memory]), (1, "(141) " + failure % "command"))
+        os.remove("m.sdb")
+        os.symlink(memory, "m.sdb")
+        status, told = self.run_program(ELF)
+        self.assertEqual(status, 1)
+        self.assertTrue(told.endswith('m.sdb": Input/output error\n'), told)
+        self.assertFalse(Path("o.s19").exists())
+
     def test_input_is_not_readable(self):
         os.chmod("prog.tmf", 0)
         status, told = self.run_without_privileges(ELF)

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <random>
 #include <string>
 #include <thread>
@@ -139,11 +140,61 @@ TEST(LineReader, AStreamThatCannotBeReadIsEmpty)
     std::fclose(stream);
 }
 
+// A file of which the host can read no more than `text`.
+std::FILE *damaged_file(std::string *text)
+{
+    const auto read = [](void *cookie, char *buffer, std::size_t size) -> ssize_t {
+        auto *rest = static_cast<std::string *>(cookie);
+        if (rest->empty()) {
+            errno = EIO;
+            return -1;
+        }
+        const std::size_t count = rest->copy(buffer, size);
+        rest->erase(0, count);
+        return static_cast<ssize_t>(count);
+    };
+    cookie_io_functions_t operations = {};
+    operations.read = read;
+    return ::fopencookie(text, "rb", operations);
+}
+
+constexpr const char *CANNOT_READ = R"(\(141\) can't open input file "a\.tmf": Input/output error)";
+
+TEST(LineReader, AnInputThatCannotBeReadOnIsRefused)
+{
+    for (const bool named : {true, false}) {
+        std::string text = "one\ntwo";
+        std::FILE *stream = damaged_file(&text);
+        line_reader reader(stream, 0, named ? "a.tmf" : nullptr);
+        std::string_view line;
+        ASSERT_TRUE(reader.next(&line));
+        EXPECT_EQ(line, "one\n") << "what is whole is delivered first";
+        if (named) {
+            EXPECT_EXIT(reader.next(&line), testing::ExitedWithCode(1), CANNOT_READ);
+        } else {
+            ASSERT_TRUE(reader.next(&line));
+            EXPECT_EQ(line, "two");
+            EXPECT_FALSE(reader.next(&line));
+        }
+        std::fclose(stream);
+    }
+}
+
+TEST(LineReader, AnInputThatCannotBeReadAtAllIsRefused)
+{
+    std::string text;
+    std::FILE *stream = damaged_file(&text);
+    line_reader reader(stream, 511, "a.tmf");
+    std::string_view line;
+    EXPECT_EXIT(reader.next(&line), testing::ExitedWithCode(1), CANNOT_READ);
+    std::fclose(stream);
+}
+
 std::string rest_of(const std::string &path, long from)
 {
     std::FILE *stream = std::fopen(path.c_str(), "rb");
     EXPECT_EQ(std::fseek(stream, from, SEEK_SET), 0);
-    const std::vector<char> rest = read_rest(stream);
+    const std::vector<char> rest = read_rest(stream, nullptr);
     std::fclose(stream);
     return {rest.begin(), rest.end()};
 }
@@ -171,9 +222,17 @@ TEST(ReadRest, TakesFilesThatTellNoSize)
     ASSERT_EQ(::write(ends[1], content.data(), content.size()), 3000);
     ::close(ends[1]);
     std::FILE *stream = ::fdopen(ends[0], "rb");
-    const std::vector<char> rest = read_rest(stream);
+    const std::vector<char> rest = read_rest(stream, nullptr);
     std::fclose(stream);
     EXPECT_EQ(std::string(rest.begin(), rest.end()), content);
+}
+
+TEST(ReadRest, AFileThatCannotBeReadOnIsRefused)
+{
+    std::string text = "one";
+    std::FILE *stream = damaged_file(&text);
+    EXPECT_EXIT(read_rest(stream, "a.tmf"), testing::ExitedWithCode(1), CANNOT_READ);
+    std::fclose(stream);
 }
 
 } // namespace

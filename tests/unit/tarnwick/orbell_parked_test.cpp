@@ -152,7 +152,7 @@ std::string model_after(const std::vector<std::string> &contents)
     EXPECT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     std::rewind(shared);
-    const std::vector<char> text = read_rest(shared);
+    const std::vector<char> text = read_rest(shared, nullptr);
     std::fclose(shared);
     return {text.begin(), text.end()};
 }
