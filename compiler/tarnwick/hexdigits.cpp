@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "common/ascii.h"
+#include "compiler/tarnwick/hexwide.h"
 
 namespace {
 
@@ -40,10 +41,10 @@ std::uint32_t hex_bytes(std::string_view line, std::size_t position, std::uint32
 {
     const std::size_t there = position < line.size() ? (line.size() - position) / 2 : 0;
     const auto whole = there < count ? static_cast<std::uint32_t>(there) : count;
-    const char *p = line.data() + position;
+    const char *text = line.data() + position;
     std::uint32_t sum = 0;
-    for (std::uint32_t i = 0; i < whole; ++i, p += 2) {
-        const std::uint32_t value = hex_pair(p);
+    for (std::uint32_t i = hexwide::decode(text, whole, out, &sum); i < whole; ++i) {
+        const std::uint32_t value = hex_pair(text + std::size_t{i} * 2);
         out[i] = static_cast<std::uint8_t>(value & BYTE_MASK);
         sum += value;
     }

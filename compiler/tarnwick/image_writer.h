@@ -9,6 +9,8 @@
 #include <cstring>
 #include <vector>
 
+#include "compiler/tarnwick/hexwide.h"
+
 // Data bytes on one line of any image this program writes.
 inline constexpr std::uint32_t IMAGE_LINE_BYTES = 16;
 
@@ -64,7 +66,9 @@ public:
     static char *put_bytes(char *p, const std::uint8_t *bytes, std::uint32_t count, std::uint32_t *sum)
     {
         std::uint32_t total = 0; // not *sum: for all the compiler knows, p could point to that
-        for (std::uint32_t i = 0; i < count; ++i) {
+        std::uint32_t i = hexwide::encode(bytes, count, p, &total);
+        p += std::size_t{i} * 2;
+        for (; i < count; ++i) {
             total += bytes[i];
             p = put_byte(p, bytes[i]);
         }
