@@ -115,17 +115,18 @@ private:
     template <typename T>
     dwarf_text &decimal(T value, std::size_t width, char pad, std::size_t left_width)
     {
-        char digits[NUMBER_SIZE];
-        const auto size = static_cast<std::size_t>(std::to_chars(digits, digits + NUMBER_SIZE, value).ptr - digits);
-        char *place = start_number();
-        for (; width > size; --width) {
-            *place++ = pad;
+        char *const start = start_number();
+        char *end = std::to_chars(start, start + NUMBER_SIZE, value).ptr;
+        const auto size = static_cast<std::size_t>(end - start);
+        if (size < width) {
+            std::memmove(start + width - size, start, size);
+            std::memset(start, pad, width - size);
+            end = start + width;
         }
-        place = std::copy_n(digits, size, place);
-        for (; left_width > size; --left_width) {
-            *place++ = ' ';
+        for (; end < start + left_width; ++end) {
+            *end = ' ';
         }
-        at_ = place;
+        at_ = end;
         return *this;
     }
     dwarf_text &hexadecimal(std::uint64_t value, const char *digits, std::size_t width, char pad)

@@ -239,11 +239,36 @@ constexpr dwarf_name_places LINE_PLACES = places_of(LINE_ROWS);
 constexpr dwarf_name_places EXTENDED_LINE_PLACES = places_of(EXTENDED_LINE_ROWS);
 constexpr dwarf_name_places MACINFO_PLACES = places_of(MACINFO_ROWS);
 
+template <std::size_t Rows>
+consteval std::array<dwarf_full_name, Rows - 1> full_names_of(std::string_view class_word,
+                                                              const dwarf_name_row (&rows)[Rows])
+{
+    std::array<dwarf_full_name, Rows - 1> names{};
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        names[i].text.fill(' ');
+        for (const std::string_view part : {std::string_view("DW_"), class_word, std::string_view("_"), rows[i].name}) {
+            for (const char c : part) {
+                names[i].text.at(names[i].length++) = c;
+            }
+        }
+    }
+    return names;
+}
+
+constexpr auto TAG_NAMES = full_names_of("TAG", TAG_ROWS);
+constexpr auto ATTRIBUTE_NAMES = full_names_of("AT", ATTRIBUTE_ROWS);
+constexpr auto FORM_NAMES = full_names_of("FORM", FORM_ROWS);
+constexpr auto OPERATOR_NAMES = full_names_of("OP", OPERATOR_ROWS);
+constexpr auto FRAME_NAMES = full_names_of("CFA", FRAME_ROWS);
+constexpr auto LINE_NAMES = full_names_of("LNS", LINE_ROWS);
+constexpr auto EXTENDED_LINE_NAMES = full_names_of("LNE", EXTENDED_LINE_ROWS);
+constexpr auto MACINFO_NAMES = full_names_of("MACINFO", MACINFO_ROWS);
+
 constexpr std::size_t NAME_MAX_LENGTH = 128;
 constexpr std::size_t VALUE_DIGITS = 8;
 constexpr std::uint32_t DIGIT_BITS = 4;
 
-char name_buffer[NAME_MAX_LENGTH + 1];
+char name_buffer[NAME_MAX_LENGTH];
 
 void append(std::size_t &length, std::string_view text)
 {
@@ -252,53 +277,38 @@ void append(std::size_t &length, std::string_view text)
     length += taken;
 }
 
-// A name that no table holds is empty.
-std::string_view find_name(const dwarf_name_table &table, std::uint32_t value)
+// 1 above the row of a value; 0 when no row has it.
+std::size_t place_of(const dwarf_name_table &table, std::uint32_t value)
 {
-    const std::size_t place = value < table.places.size() ? table.places[value] : 0;
-    return place != 0 ? table.rows[place - 1].name : std::string_view();
+    return value < table.places.size() ? table.places[value] : 0;
 }
 
-void append_unknown(std::size_t &length, const dwarf_name_table &table, std::uint32_t value)
+std::size_t compose_unknown(const dwarf_name_table &table, std::uint32_t value)
 {
     char digits[VALUE_DIGITS];
     for (std::size_t i = 0; i < VALUE_DIGITS; ++i) {
         digits[VALUE_DIGITS - 1 - i] = "0123456789ABCDEF"[value >> (DIGIT_BITS * i) & 0xF];
     }
+    std::size_t length = 0;
     append(length, "?? 0x");
     append(length, {digits, VALUE_DIGITS});
     if (table.user_high != 0 && value >= table.user_low && value <= table.user_high) {
         append(length, " (user-defined)");
     }
-}
-
-std::size_t compose(const dwarf_name_table &table, std::uint32_t value, bool with_prefix)
-{
-    std::size_t length = 0;
-    const std::string_view name = find_name(table, value);
-    if (name.empty()) {
-        append_unknown(length, table, value);
-        return length;
-    }
-    if (with_prefix) {
-        append(length, "DW_");
-        append(length, table.class_word);
-        append(length, "_");
-    }
-    append(length, name);
     return length;
 }
 
 } // namespace
 
-const dwarf_name_table dwarf_tag_names = {"TAG", 0x4080, 0xFFFF, TAG_ROWS, TAG_PLACES};
-const dwarf_name_table dwarf_attribute_names = {"AT", 0x2000, 0x3FFF, ATTRIBUTE_ROWS, ATTRIBUTE_PLACES};
-const dwarf_name_table dwarf_form_names = {"FORM", 0, 0, FORM_ROWS, FORM_PLACES};
-const dwarf_name_table dwarf_operator_names = {"OP", 0xE0, 0xFF, OPERATOR_ROWS, OPERATOR_PLACES};
-const dwarf_name_table dwarf_frame_names = {"CFA", 0x1C, 0x3F, FRAME_ROWS, FRAME_PLACES};
-const dwarf_name_table dwarf_line_names = {"LNS", 0, 0, LINE_ROWS, LINE_PLACES};
-const dwarf_name_table dwarf_extended_line_names = {"LNE", 0, 0, EXTENDED_LINE_ROWS, EXTENDED_LINE_PLACES};
-const dwarf_name_table dwarf_macinfo_names = {"MACINFO", 0, 0, MACINFO_ROWS, MACINFO_PLACES};
+const dwarf_name_table dwarf_tag_names = {0x4080, 0xFFFF, TAG_ROWS, TAG_NAMES, TAG_PLACES};
+const dwarf_name_table dwarf_attribute_names = {0x2000, 0x3FFF, ATTRIBUTE_ROWS, ATTRIBUTE_NAMES, ATTRIBUTE_PLACES};
+const dwarf_name_table dwarf_form_names = {0, 0, FORM_ROWS, FORM_NAMES, FORM_PLACES};
+const dwarf_name_table dwarf_operator_names = {0xE0, 0xFF, OPERATOR_ROWS, OPERATOR_NAMES, OPERATOR_PLACES};
+const dwarf_name_table dwarf_frame_names = {0x1C, 0x3F, FRAME_ROWS, FRAME_NAMES, FRAME_PLACES};
+const dwarf_name_table dwarf_line_names = {0, 0, LINE_ROWS, LINE_NAMES, LINE_PLACES};
+const dwarf_name_table dwarf_extended_line_names = {0, 0, EXTENDED_LINE_ROWS, EXTENDED_LINE_NAMES,
+                                                    EXTENDED_LINE_PLACES};
+const dwarf_name_table dwarf_macinfo_names = {0, 0, MACINFO_ROWS, MACINFO_NAMES, MACINFO_PLACES};
 
 std::string_view dwarf_name(const dwarf_name_table &table, std::uint32_t value, bool with_prefix)
 {
@@ -308,12 +318,23 @@ std::string_view dwarf_name(const dwarf_name_table &table, std::uint32_t value, 
 std::string_view dwarf_name_padded(const dwarf_name_table &table, std::uint32_t value, bool with_prefix,
                                    std::size_t width)
 {
-    std::size_t length = compose(table, value, with_prefix);
+    const std::size_t place = place_of(table, value);
+    std::size_t length = 0;
+    if (place == 0) {
+        length = compose_unknown(table, value);
+    } else if (!with_prefix) {
+        append(length, table.rows[place - 1].name);
+    } else {
+        const dwarf_full_name &name = table.full_names[place - 1];
+        if (width <= name.text.size()) {
+            return {name.text.data(), std::max<std::size_t>(name.length, width)};
+        }
+        append(length, {name.text.data(), name.length});
+    }
     const std::size_t padded = std::min(width, NAME_MAX_LENGTH);
     if (length < padded) {
         std::memset(name_buffer + length, ' ', padded - length);
         length = padded;
     }
-    name_buffer[length] = '\0';
     return {name_buffer, length};
 }

@@ -98,6 +98,11 @@ TEST(dwarf_dump_names, every_table_has_its_rows)
         for (std::size_t i = 1; i < facts.rows; ++i) {
             EXPECT_LT(facts.table.rows[i - 1].value, facts.table.rows[i].value);
         }
+        const std::string prefix = facts.first_name.substr(0, facts.first_name.find('_', 3) + 1);
+        for (const dwarf_name_row &row : facts.table.rows.first(facts.rows)) {
+            EXPECT_EQ(row.name, dwarf_name(facts.table, row.value, false));
+            EXPECT_EQ(prefix + std::string(row.name), dwarf_name(facts.table, row.value, true));
+        }
     }
 }
 
@@ -143,6 +148,13 @@ TEST(dwarf_dump_names, rows_prefix_padding_and_unknown_values)
     EXPECT_EQ("DW_MACINFO_vendor_ext", dwarf_name(dwarf_macinfo_names, 0xFF, true));
     EXPECT_EQ("DW_AT_name          ", dwarf_name_padded(dwarf_attribute_names, 3, true, 20));
     EXPECT_EQ(128U, dwarf_name_padded(dwarf_form_names, 8, true, 500).size());
+    EXPECT_EQ("DW_AT_vtable_elem_location", dwarf_name_padded(dwarf_attribute_names, 0x4D, true, 20));
+    EXPECT_EQ("name    ", dwarf_name_padded(dwarf_attribute_names, 3, false, 8));
+    EXPECT_EQ("?? 0x00000055   ", dwarf_name_padded(dwarf_attribute_names, 0x55, true, 16));
+    for (std::size_t width = 0; width <= 130; ++width) {
+        const std::string expected = "DW_FORM_string" + std::string(std::clamp<std::size_t>(width, 14, 128) - 14, ' ');
+        EXPECT_EQ(expected, dwarf_name_padded(dwarf_form_names, 8, true, width)) << width;
+    }
 }
 
 TEST(dwarf_dump_info, forms)
