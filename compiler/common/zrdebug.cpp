@@ -63,11 +63,11 @@ void open_trace_file(const char *path, const char *mode)
 
 void parse_out(const char *argument)
 {
+    gDefaultOutput = false; // even if there is no name: the default file is kept out of the package then
     if (argument == nullptr) {
         zrdebug_warn("option \"out\", must have a filename argument");
         return;
     }
-    gDefaultOutput = false;
     if (gFilePath != nullptr) {
         zrdebug_warn("debug-out file was set to \"%s\", resetting to \"%s\"", gFilePath, argument);
     }

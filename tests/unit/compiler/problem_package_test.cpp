@@ -384,6 +384,14 @@ TEST(PackageClose, OnlyATraceUnderItsDefaultNameIsPacked)
             note("%d%d", std::filesystem::exists("x.log"), std::filesystem::exists(DEFAULT_PACKAGE));
         },
         "10\n");
+    // The option without a name counts, too: there is a trace under the default name, but that was not left to the program.
+    expect_run(
+        [] {
+            start("zrdebug=zip,on,out");
+            zrdebug_close();
+            note("%d%d", std::filesystem::exists("tarnwick-1.out"), std::filesystem::exists(DEFAULT_PACKAGE));
+        },
+        "ZRDEBUG (warning): option \"out\", must have a filename argument\n10\n");
 }
 
 } // namespace
